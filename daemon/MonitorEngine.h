@@ -1,0 +1,42 @@
+// The daemon's clock: waits for the device to finish booting, then calls
+// every monitor once per tick until a termination signal arrives.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "daemon/MonitorInterface.h"
+
+namespace halvexd {
+
+class MonitorEngine {
+ public:
+  MonitorEngine() = default;
+  virtual ~MonitorEngine() = default;
+
+  bool init();
+  // Monitors are called in the order they were added; they are not owned.
+  void addMonitor(MonitorInterface* monitor);
+  void setSignalFd(int fd);
+  void setIntervalPerTick(unsigned int seconds);
+
+  // Runs until the signal descriptor becomes readable or select fails.
+  // Throws std::runtime_error("Memory allocation error") when select runs
+  // out of memory.
+  void runMonitors();
+
+  // Number of completed ticks.
+  uint64_t tickCount() const { return tickCounter; }
+
+ private:
+  // Handles a readable select result; always ends the loop.
+  void readSignal(bool descriptorReady);
+  void runTick();
+
+  std::vector<MonitorInterface*> monitors;
+  uint64_t tickCounter = 0;
+  uint32_t intervalPerTick = 0;
+  int signalFd = -1;
+};
+
+}  // namespace halvexd

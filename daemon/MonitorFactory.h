@@ -1,0 +1,17 @@
+// Builds the daemon's fixed set of monitors.
+#pragma once
+
+#include <vector>
+
+#include "daemon/MonitorInterface.h"
+
+namespace halvexd {
+
+// Appends the daemon's monitors, in the order the engine is to call them, to
+// `monitors`. When `optionsGiven`, `sampleInterval` replaces every monitor's
+// own sample interval. False after an allocation failure (monitors appended
+// before it stay in the vector). The last argument is not read.
+bool configureMonitors(unsigned long sampleInterval, bool optionsGiven,
+                       std::vector<MonitorInterface*>& monitors, bool);
+
+}  // namespace halvexd
