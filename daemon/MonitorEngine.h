@@ -25,9 +25,6 @@ class MonitorEngine {
   // out of memory.
   void runMonitors();
 
-  // Number of completed ticks.
-  uint64_t tickCount() const { return tickCounter; }
-
  private:
   // Handles a readable select result; always ends the loop.
   void readSignal(bool descriptorReady);

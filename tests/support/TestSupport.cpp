@@ -10,6 +10,20 @@
 
 #include "platform/LogBuffers.h"
 
+namespace halvexd::hostlog {
+
+bool operator==(const LogRecord& a, const LogRecord& b) {
+  return a.buffer == b.buffer && a.priority == b.priority && a.tag == b.tag &&
+         a.message == b.message;
+}
+
+void PrintTo(const LogRecord& record, std::ostream* os) {
+  *os << "{buf " << record.buffer << ", prio " << record.priority << ", \"" << record.tag
+      << "\", \"" << record.message << "\"}";
+}
+
+}  // namespace halvexd::hostlog
+
 namespace halvexd::testing {
 
 LogCapture::LogCapture() {
@@ -42,16 +56,6 @@ std::vector<LogRecord> LogCapture::metricRecords() const {
     if (record.buffer == kMetricsLogBuffer) out.push_back(record);
   }
   return out;
-}
-
-bool operator==(const LogRecord& a, const LogRecord& b) {
-  return a.buffer == b.buffer && a.priority == b.priority && a.tag == b.tag &&
-         a.message == b.message;
-}
-
-void PrintTo(const LogRecord& record, std::ostream* os) {
-  *os << "{buf " << record.buffer << ", prio " << record.priority << ", \"" << record.tag
-      << "\", \"" << record.message << "\"}";
 }
 
 ScopedEnv::ScopedEnv(const char* name, const std::string& value) : variable(name) {

@@ -2,10 +2,19 @@
 // buffer, priority, tag and text.
 #pragma once
 
+#include <iosfwd>
 #include <string>
 #include <vector>
 
 #include "platform/host/HostLog.h"
+
+namespace halvexd::hostlog {
+
+// Found by argument lookup, so gtest can compare and print records.
+bool operator==(const LogRecord& a, const LogRecord& b);
+void PrintTo(const LogRecord& record, std::ostream* os);
+
+}  // namespace halvexd::hostlog
 
 namespace halvexd::testing {
 
@@ -30,9 +39,6 @@ class LogCapture {
  private:
   std::vector<LogRecord> captured;
 };
-
-bool operator==(const LogRecord& a, const LogRecord& b);
-void PrintTo(const LogRecord& record, std::ostream* os);
 
 // Sets an environment variable for the life of the object and restores the
 // earlier value (or its absence) afterwards.
