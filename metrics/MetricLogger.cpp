@@ -1,0 +1,273 @@
+#include "metrics/MetricLogger.h"
+
+#include <locale>
+#include <sstream>
+
+#include "platform/LogBuffers.h"
+
+namespace halvexd {
+namespace {
+
+const char* const kMetricsTag = "metrics.halvexd";
+
+// Every configuration record whose publish name contains this shares the one
+// record of this name.
+const std::string kVmpressureName = "VMPRESSURE";
+
+// The device fields every structured record ends with. The daemon knows none
+// of them; the collecting service fills them in, so each is written empty.
+const char* const kDeviceFields[] = {
+    "_softwareVersion", "_deviceType", "_platform",  "_model",   "_buildType",
+    "_marketPlaceId",   "_countryOfResidence",       "_deviceLanguage",
+    "_otaGroupName",    "_timeZone",   "_deviceId",  "_customerId", "_hardware",
+};
+
+// ':' and ';' separate the fields of a record, so a name must not carry them.
+std::string sanitiseMetricName(const std::string& name) {
+  std::string copy = name;
+  for (char& c : copy) {
+    if (c == ':') c = '_';
+  }
+  for (char& c : copy) {
+    if (c == ';') c = '_';
+  }
+  return copy;
+}
+
+// Default stream formatting (six significant digits, fixed or exponent form
+// as %g chooses) in the classic locale, whatever the process locale is: the
+// collecting service parses these bytes.
+std::ostringstream recordStream() {
+  std::ostringstream out;
+  out.imbue(std::locale::classic());
+  return out;
+}
+
+}  // namespace
+
+std::string addDeviceTypeIdentifierSuffix(std::string name) {
+  return name + "Tablet";
+}
+
+bool MetricLogger::init(std::string name) {
+  recordPrefix = addDeviceTypeIdentifierSuffix(std::move(name));
+  return true;
+}
+
+void MetricLogger::emitMetricDouble(const std::string& name, double value) {
+  metricsDouble[sanitiseMetricName(name)] = value;
+}
+
+void MetricLogger::emitMetricUint64(const std::string& name, unsigned long value) {
+  metricsUint64[sanitiseMetricName(name)] = value;
+}
+
+void MetricLogger::emitVedrixMetricDouble(const std::string& name, double value) {
+  vedrixMetricsDouble[sanitiseMetricName(name)] = value;
+}
+
+void MetricLogger::emitVedrixMetricUint64(const std::string& name, unsigned long value) {
+  vedrixMetricsUint64[sanitiseMetricName(name)] = value;
+}
+
+void MetricLogger::emitVedrixMetricPairVec(const std::string& name, FieldVector& fields) {
+  FieldVector& stored = vedrixMetricsPairVec[name];
+  if (&stored != &fields) {
+    stored = fields;
+  }
+}
+
+const HalvexConfig::MonitorConfig* MetricLogger::getMonitorConfig(const std::string& name) {
+  std::string key = name;
+  if (name.find(kVmpressureName) != std::string::npos) {
+    key = kVmpressureName;
+  }
+  auto& configs = HalvexConfig::instance().monitorConfigs;
+  auto found = configs.find(key);
+  return found == configs.end() ? nullptr : &found->second;
+}
+
+void MetricLogger::publish(const std::string& name) {
+  uploadZelMetric(name);
+}
+
+std::string MetricLogger::vedrixTypeTag(const std::string& type) {
+  if (type == "str") return ";SY";
+  if (type == "int") return ";IN";
+  if (type == "float") return ";FL";
+  if (type == "bool") return ";BO";
+  if (type == "ts") return ";TI";
+  return std::string();
+}
+
+std::string MetricLogger::buildVedrixMetricHeaderString(const std::string& monitorName) {
+  const HalvexConfig& config = HalvexConfig::instance();
+  auto found = config.monitorConfigs.find(monitorName);
+  if (found == config.monitorConfigs.end() || !found->second.vedrixMetricInterface.active) {
+    return std::string();
+  }
+  const HalvexConfig::VedrixMetricInterface& vedrix = found->second.vedrixMetricInterface;
+  const std::string& groupId =
+      vedrix.groupId.empty() ? config.vedrixConfig.defaultGroupId : vedrix.groupId;
+  std::string header = groupId + ":" + vedrix.schemaId + ":100:";
+  vedrixKeyTag = vedrix.metricKey.dimensionTag;
+  vedrixValueTag = vedrix.metricValue.dimensionTag;
+  return header;
+}
+
+template <typename T>
+std::string MetricLogger::buildVedrixMetricBodyString(const std::string& name, T value,
+                                                      const std::string& type) {
+  if (vedrixKeyTag.empty() || vedrixValueTag.empty()) {
+    return std::string();
+  }
+  std::ostringstream body = recordStream();
+  body << vedrixKeyTag << "=" << name << ";SY"
+       << "," << vedrixValueTag << "=" << value << vedrixTypeTag(type);
+  return body.str();
+}
+
+template std::string MetricLogger::buildVedrixMetricBodyString<uint64_t>(const std::string&,
+                                                                         uint64_t,
+                                                                         const std::string&);
+template std::string MetricLogger::buildVedrixMetricBodyString<double>(const std::string&, double,
+                                                                       const std::string&);
+
+std::string MetricLogger::buildVedrixMetricVecBodyString(FieldVector& fields,
+                                                         const std::string& monitorName) {
+  const HalvexConfig& config = HalvexConfig::instance();
+  auto found = config.monitorConfigs.find(monitorName);
+  if (found == config.monitorConfigs.end() || !found->second.vedrixMetricInterface.active) {
+    return std::string();
+  }
+  const std::vector<HalvexConfig::VedrixMetric>& metrics =
+      found->second.vedrixMetricInterface.metrics;
+  if (fields.empty() || fields.size() != metrics.size()) {
+    return std::string();
+  }
+  std::string body;
+  for (size_t i = 0; i < fields.size(); ++i) {
+    if (fields[i].first != metrics[i].name) {
+      continue;
+    }
+    body += metrics[i].dimensionTag + "=" + fields[i].second + vedrixTypeTag(metrics[i].type);
+    // The comma follows the position, not what was written: a left-out last
+    // field leaves the comma after the one before it.
+    if (i + 1 != fields.size()) {
+      body += ",";
+    }
+  }
+  return body;
+}
+
+std::string MetricLogger::buildVedrixMetricTailString() {
+  if (!vedrixTailString.empty()) {
+    return vedrixTailString;
+  }
+  std::string tail;
+  for (const char* field : kDeviceFields) {
+    tail += ",";
+    tail += field;
+    tail += "=;SY";
+  }
+  const std::string& region = HalvexConfig::instance().vedrixConfig.region;
+  if (!region.empty()) {
+    tail += ":" + region;
+  }
+  vedrixTailString = tail;
+  return tail;
+}
+
+void MetricLogger::uploadZelMetric(const std::string& name) {
+  const HalvexConfig::MonitorConfig* config = getMonitorConfig(name);
+  if (config != nullptr && config->trazMetricInterface.active) {
+    bool first = true;
+    std::string body = formatTrazMetricMap(metricsInt, first);
+    body += formatTrazMetricMap(metricsDouble, first);
+    body += formatTrazMetricMap(metricsUint64, first);
+    // A report without plain values writes nothing at all, not even the
+    // structured records that are waiting: they go out with the next report
+    // that has plain values.
+    if (body.empty()) {
+      return;
+    }
+    writeRecord(recordPrefix + ":" + name + ":" + body + ":NR");
+  }
+  if (HalvexConfig::instance().vedrixConfig.enabled) {
+    uploadZelVedrixMetric(name);
+  }
+}
+
+void MetricLogger::uploadZelVedrixMetric(const std::string& name) {
+  uploadVedrixMetricMap(vedrixMetricsUint64, name, "int");
+  uploadVedrixMetricMap(vedrixMetricsDouble, name, "float");
+  buildVedrixMetricVec(vedrixMetricsPairVec, name);
+}
+
+void MetricLogger::buildVedrixMetricVec(std::map<std::string, FieldVector>& store,
+                                        const std::string& monitorName) {
+  if (store.empty()) {
+    return;
+  }
+  std::string header = buildVedrixMetricHeaderString(monitorName);
+  std::string tail = buildVedrixMetricTailString();
+  if (header.empty() || tail.empty()) {
+    forgetVedrixRecordPieces();
+    return;
+  }
+  for (auto& entry : store) {
+    std::string body = this->buildVedrixMetricVecBodyString(entry.second, monitorName);
+    if (!body.empty()) {
+      writeRecord(header + body + tail);
+    }
+  }
+  store.clear();
+}
+
+template <typename T>
+std::string MetricLogger::formatTrazMetricMap(std::map<std::string, T>& store, bool& first) {
+  std::ostringstream entries = recordStream();
+  for (const auto& entry : store) {
+    if (!first) {
+      entries << ",";
+    }
+    first = false;
+    entries << entry.first << "=" << entry.second << ";CT;1";
+  }
+  store.clear();
+  return entries.str();
+}
+
+template <typename T>
+void MetricLogger::uploadVedrixMetricMap(std::map<std::string, T>& store,
+                                         const std::string& monitorName,
+                                         const std::string& type) {
+  if (store.empty()) {
+    return;
+  }
+  std::string header = buildVedrixMetricHeaderString(monitorName);
+  std::string tail = buildVedrixMetricTailString();
+  if (header.empty() || tail.empty()) {
+    forgetVedrixRecordPieces();
+    return;
+  }
+  for (const auto& entry : store) {
+    std::string body = buildVedrixMetricBodyString<T>(entry.first, entry.second, type);
+    if (!body.empty()) {
+      writeRecord(header + body + tail);
+    }
+  }
+  store.clear();
+}
+
+void MetricLogger::forgetVedrixRecordPieces() {
+  vedrixTailString.clear();
+  vedrixKeyTag.clear();
+  vedrixValueTag.clear();
+}
+
+void MetricLogger::writeRecord(const std::string& record) {
+  __android_log_buf_print(kMetricsLogBuffer, ANDROID_LOG_INFO, kMetricsTag, "%s", record.c_str());
+}
+
+}  // namespace halvexd
