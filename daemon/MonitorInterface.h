@@ -1,9 +1,19 @@
-// What the engine and start-up know of a monitor: the record it is built
-// from, the tick gating rule, and its three operations.
+// What every monitor shares: the record it is built from, the tick gating
+// rule, its three operations, its two metric loggers and the distribution of
+// its main percentage with the metric names derived from it.
 #pragma once
 
 #include <cstdint>
+#include <list>
+#include <memory>
 #include <string>
+#include <utility>
+#include <vector>
+
+#include "metrics/MetricLogger.h"
+#include "metrics/SysHealthMetricLogger.h"
+#include "stats/BucketDistributionCalculator.h"
+#include "stats/PercentageDistributionCalculator.h"
 
 namespace halvexd {
 
@@ -27,7 +37,9 @@ class MonitorInterface {
  public:
   virtual ~MonitorInterface() = default;
 
-  // Prepares the monitor's loggers; false stops the daemon's start-up.
+  // Prepares the monitor's loggers; false stops the daemon's start-up. The
+  // base's definition names both loggers after the monitor and always
+  // succeeds; monitors that want it call it explicitly.
   virtual bool init() = 0;
 
   // Called by the engine on every tick; the monitor decides from the tick
@@ -38,6 +50,23 @@ class MonitorInterface {
   // Writes the monitor's report; called by the monitor itself from check().
   virtual void log() = 0;
 
+  // Percentile entries (left out while the calculator has no answer) then
+  // one entry per adjacent pair of bucket boundaries (always present).
+  std::list<std::pair<std::string, unsigned long>> getPeriodicMetrics();
+  // "CPUUtilization" and 90 give "CPUUtilization.P90".
+  std::string getPercentileMetricName(unsigned char percentile);
+  // "CPUUtilization.B0-9" for 0 and 10; the top bucket is closed, so 90 and
+  // 100 give "CPUUtilization.B90-100".
+  std::string getBucketMetricName(unsigned char low, unsigned char high);
+  void resetMetricDistribution();
+
+  MetricLogger metricLogger;
+  SysHealthMetricLogger sysHealthMetricLogger;
+  std::shared_ptr<PercentageDistributionCalculator> percentageCalculator =
+      PercentageDistributionCalculator::create();
+  std::shared_ptr<BucketDistributionCalculator> bucketCalculator =
+      BucketDistributionCalculator::create();
+
   std::string name;
   bool active = false;
   uint64_t sampleIntervalTicks = 0;
@@ -45,15 +74,15 @@ class MonitorInterface {
   uint64_t metricLogcatIntervalTicks = 0;
   uint64_t tickOffset = 0;
 
+  std::vector<uint8_t> percentiles{50, 90, 99};
+  std::vector<uint8_t> bucketBoundaries{0, 10, 20, 30, 40, 50, 60, 70, 80, 90, 100};
+  std::string percentileTag = ".P";
+  std::string bucketTag = ".B";
+  std::string metricBaseName;
+
  protected:
   MonitorInterface() = default;
-  explicit MonitorInterface(const monitor_config& config)
-      : name(config.name),
-        active(config.active),
-        sampleIntervalTicks(config.sampleIntervalTicks),
-        metricReportIntervalTicks(config.metricReportIntervalTicks),
-        metricLogcatIntervalTicks(config.metricLogcatIntervalTicks),
-        tickOffset(config.tickOffset) {}
+  explicit MonitorInterface(const monitor_config& config);
 };
 
 }  // namespace halvexd

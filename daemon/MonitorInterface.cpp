@@ -1,0 +1,57 @@
+#include "daemon/MonitorInterface.h"
+
+namespace halvexd {
+namespace {
+
+// The calculators' answer when they hold nothing to answer with.
+constexpr unsigned long kNoAnswer = 101;
+
+}  // namespace
+
+MonitorInterface::MonitorInterface(const monitor_config& config)
+    : name(config.name),
+      active(config.active),
+      sampleIntervalTicks(config.sampleIntervalTicks),
+      metricReportIntervalTicks(config.metricReportIntervalTicks),
+      metricLogcatIntervalTicks(config.metricLogcatIntervalTicks),
+      tickOffset(config.tickOffset) {}
+
+bool MonitorInterface::init() {
+  metricLogger.init(name);
+  sysHealthMetricLogger.init(name);
+  return true;
+}
+
+std::list<std::pair<std::string, unsigned long>> MonitorInterface::getPeriodicMetrics() {
+  std::list<std::pair<std::string, unsigned long>> metrics;
+  for (uint8_t percentile : percentiles) {
+    unsigned long value = percentageCalculator->getTopPercentileValue(percentile);
+    if (value != kNoAnswer) {
+      metrics.emplace_back(getPercentileMetricName(percentile), value);
+    }
+  }
+  // A bucket count of 101 cannot be told from "no answer"; buckets are
+  // reported whatever they hold.
+  for (size_t i = 0; i + 1 < bucketBoundaries.size(); ++i) {
+    uint8_t low = bucketBoundaries[i];
+    uint8_t high = bucketBoundaries[i + 1];
+    metrics.emplace_back(getBucketMetricName(low, high), bucketCalculator->getBucketValue(low, high));
+  }
+  return metrics;
+}
+
+std::string MonitorInterface::getPercentileMetricName(unsigned char percentile) {
+  return metricBaseName + percentileTag + std::to_string(percentile);
+}
+
+std::string MonitorInterface::getBucketMetricName(unsigned char low, unsigned char high) {
+  int upper = high == 100 ? 100 : high - 1;
+  return metricBaseName + bucketTag + std::to_string(low) + "-" + std::to_string(upper);
+}
+
+void MonitorInterface::resetMetricDistribution() {
+  percentageCalculator->resetValues();
+  bucketCalculator->resetValues();
+}
+
+}  // namespace halvexd

@@ -1,0 +1,120 @@
+#include "monitors/CpuUsageMonitor.h"
+
+#include <cmath>
+#include <cstdint>
+#include <fstream>
+#include <limits>
+#include <string>
+
+#include "config/HalvexConfig.h"
+#include "daemon/SharedStrings.h"
+#include "platform/Sysroot.h"
+
+namespace halvexd::cpuusagemonitor {
+namespace {
+
+const std::string kStatPath = "/proc/stat";
+const std::string kModuleName = "CpuUsageMonitor";
+constexpr int kThresholdPercent = 95;
+// The aggregate line holds ten counters on current kernels; a line with far
+// more is not /proc/stat, and reading it must not grow without bound.
+constexpr size_t kMaxCounters = 64;
+
+// The counters of the previous successful sample, shared by every instance:
+// the daemon runs one CPU usage monitor.
+std::vector<unsigned long> previousCpuTimes;
+
+}  // namespace
+
+CpuUsageMonitor::CpuUsageMonitor(monitor_config config, std::vector<unsigned char> percentileList,
+                                 std::vector<unsigned char> boundaries)
+    : MonitorInterface(config) {
+  percentiles = std::move(percentileList);
+  bucketBoundaries = std::move(boundaries);
+  previousCpuTimes = getCPUTimes();
+  usageOverThreshold.initTotalUsageOverThrStats(-1);
+  metricBaseName = "CPUUtilization";
+}
+
+bool CpuUsageMonitor::init() {
+  return MonitorInterface::init();
+}
+
+std::vector<unsigned long> CpuUsageMonitor::getCPUTimes() {
+  std::vector<unsigned long> times;
+  std::ifstream stat(sysrootPath(kStatPath.c_str()));
+  if (!stat.is_open()) {
+    return times;
+  }
+  // Passes over "cpu" and one blank; extraction then skips white space, so
+  // reading stops at the "cpu0" word that starts the second line.
+  stat.ignore(5, ' ');
+  unsigned long value = 0;
+  while (times.size() < kMaxCounters && stat >> value) {
+    times.push_back(value);
+  }
+  return times;
+}
+
+bool CpuUsageMonitor::getFastUtilizationSnapshot(unsigned long tick) {
+  std::vector<unsigned long> now = getCPUTimes();
+  if (now.size() < 4 || previousCpuTimes.size() < 4) {
+    return false;
+  }
+  // The totals are summed in 32 bits and their difference read as signed, so
+  // a counter that wrapped between samples still gives a small step.
+  uint32_t sumNow = 0;
+  uint32_t sumPrevious = 0;
+  for (unsigned long value : now) sumNow += static_cast<uint32_t>(value);
+  for (unsigned long value : previousCpuTimes) sumPrevious += static_cast<uint32_t>(value);
+  int32_t totalDelta = static_cast<int32_t>(sumNow - sumPrevious);
+  // Only the idle counter counts as idle; time waiting for I/O is busy time.
+  uint64_t idleDelta = now[3] - previousCpuTimes[3];
+  if (totalDelta < 1 || idleDelta > static_cast<uint64_t>(totalDelta)) {
+    return false;
+  }
+  double busy = static_cast<double>(static_cast<uint64_t>(totalDelta) - idleDelta);
+  int usage = static_cast<int>(std::round(busy * 100.0 / totalDelta));
+
+  usageOverThreshold.printUsageStats(tick, metricLogcatIntervalTicks, usage, kThresholdPercent,
+                                     metricBaseName);
+  percentageCalculator->addMeasurement(static_cast<unsigned char>(usage));
+  bucketCalculator->addMeasurement(static_cast<unsigned char>(usage));
+  previousCpuTimes = std::move(now);
+  return true;
+}
+
+bool CpuUsageMonitor::check(unsigned long tick, bool force) {
+  if (!force) {
+    if (!active) return true;
+    if (tickRemainder(tick, sampleIntervalTicks) != 0) return true;
+  }
+  if (!getFastUtilizationSnapshot(tick)) {
+    return false;
+  }
+  if (tickRemainder(tick, metricReportIntervalTicks) == tickOffset) {
+    log();
+  }
+  return true;
+}
+
+void CpuUsageMonitor::log() {
+  auto metrics = getPeriodicMetrics();
+  resetMetricDistribution();
+  bool structured = HalvexConfig::instance().vedrixConfig.enabled;
+  for (const auto& [metricName, value] : metrics) {
+    metricLogger.emitMetricUint64(metricName, value);
+    if (structured) {
+      metricLogger.emitVedrixMetricUint64(metricName, value);
+      sysHealthMetricLogger.appendPercentileToVec("cpu_metric_keys", "CpuSys", metricName,
+                                                  "cpu_metric_values", std::to_string(value));
+    }
+  }
+  sysHealthMetricLogger.appendStringToVec("cpu_metric_type", "System", kFieldSeparator);
+  sysHealthMetricLogger.appendUint64ToVec("cpu_sys_aggregation_period", metricReportIntervalTicks);
+  sysHealthMetricLogger.emitVedrixMetricPairVec("cpu_metric_keys");
+  sysHealthMetricLogger.publish("SysHealthCpuUsage");
+  metricLogger.publish(kModuleName);
+}
+
+}  // namespace halvexd::cpuusagemonitor
