@@ -35,11 +35,11 @@ void configureMetricRecord(const std::string& publishName, bool plain, bool vedr
 }
 
 void configureSystemHealthRecord(const std::string& publishName,
-                                 const std::vector<std::string>& fields) {
+                                 const std::vector<std::string>& fields, bool plain) {
   HalvexConfig::MonitorConfig record;
   record.name = publishName;
   record.metricName = publishName;
-  record.trazMetricInterface = {"halvexd", false};
+  record.trazMetricInterface = {"halvexd", plain};
   record.vedrixMetricInterface.schemaId = "schema." + publishName;
   record.vedrixMetricInterface.groupId = "grpA";
   record.vedrixMetricInterface.active = true;

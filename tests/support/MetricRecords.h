@@ -16,12 +16,13 @@ namespace halvexd::testing {
 // key tag "metric" and value tag "value".
 void configureMetricRecord(const std::string& publishName, bool plain, bool vedrix);
 
-// Adds a system-health record for `publishName`: plain interface inactive
-// (so its structured record is written), structured interface active with
-// group "grpA", schema "schema.<name>" and one "str" descriptor per field,
-// whose tag is the field name itself.
+// Adds a record for multi-field samples of `publishName`: structured
+// interface active with group "grpA", schema "schema.<name>" and one "str"
+// descriptor per field, in the order given, whose tag is the field name
+// itself. A system-health name keeps its plain interface inactive, as its
+// structured record is written only then.
 void configureSystemHealthRecord(const std::string& publishName,
-                                 const std::vector<std::string>& fields);
+                                 const std::vector<std::string>& fields, bool plain = false);
 
 // "<prefix>:<publish>:name=value;CT;1,...:NR", entries in key order.
 std::string plainRecord(const std::string& prefix, const std::string& publishName,

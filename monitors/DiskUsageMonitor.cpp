@@ -1,0 +1,193 @@
+#include "monitors/DiskUsageMonitor.h"
+
+#include <sys/statvfs.h>
+
+#include <cstring>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "config/HalvexConfig.h"
+#include "daemon/SharedStrings.h"
+#include "platform/FileSystemStats.h"
+#include "platform/LogBuffers.h"
+
+namespace halvexd::diskusagemonitor {
+namespace {
+
+constexpr const char* kTag = "halvexd:DiskUsageMonitor";
+const char kSystemPath[4096] = "/system";
+const char kDataPath[4096] = "/data";
+
+void initPartition(PartitionInfo& partition, const char (&path)[4096]) {
+  std::memcpy(partition.path, path, sizeof(partition.path));
+  partition.percentUsed = 0;
+  partition.valid = false;
+  partition.totalSize = 0;
+  partition.availSpacePercentage = 0;
+  partition.freeInodesPercentage = 0;
+  partition.availInodesPercentage = 0;
+}
+
+// Single precision, divide first, then scale, truncated: the figures the
+// device's dashboards were built on.
+uint64_t percentOf(uint64_t part, uint64_t whole) {
+  return static_cast<uint64_t>(static_cast<float>(part) / static_cast<float>(whole) * 100.0f);
+}
+
+void logError(const char* text) {
+  __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_ERROR, kTag, "%s", text);
+}
+
+}  // namespace
+
+DiskUsageMonitor::DiskUsageMonitor(monitor_config config) : MonitorInterface(config) {
+  initPartition(systemPartition, kSystemPath);
+  initPartition(dataPartition, kDataPath);
+}
+
+bool DiskUsageMonitor::init() {
+  metricLogger.init(name);
+  sysHealthMetricLogger.init(name);
+  systemPartition.totalSize = 0;
+  return true;
+}
+
+bool DiskUsageMonitor::check(unsigned long tick, bool force) {
+  if (!force) {
+    if (!active) return true;
+    if (tickRemainder(tick, sampleIntervalTicks) != tickOffset) return true;
+  }
+  __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_DEBUG, kTag, "Running DiskUsageMonitor");
+  bool dataMeasured = getPartitionStats(dataPartition);
+  bool systemMeasured = getPartitionStats(systemPartition);
+  if (!dataMeasured && !systemMeasured) {
+    return false;
+  }
+  log();
+  return true;
+}
+
+bool DiskUsageMonitor::getPartitionStats(PartitionInfo& partition) {
+  struct statvfs stats;
+  std::memset(&stats, 0, sizeof(stats));
+  if (statvfsOf(partition.path, &stats) != 0) {
+    __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_ERROR, kTag,
+                            "Failed to check the available space in %s", partition.path);
+    partition.valid = false;
+    return false;
+  }
+  const uint64_t blockSize = stats.f_bsize;
+  if (partition.totalSize == 0) {
+    partition.totalSize = static_cast<uint64_t>(stats.f_blocks) * blockSize;
+  }
+  // f_bfree above f_blocks wraps to a huge figure and fails the check below.
+  const uint64_t used = (static_cast<uint64_t>(stats.f_blocks) - stats.f_bfree) * blockSize;
+  // A partition with no free block left counts as an error by design.
+  if (used >= partition.totalSize) {
+    __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_ERROR, kTag,
+                            "Error calculating disk usage for %s blocks %llu blocksize %llu "
+                            "blocksfree %llu",
+                            partition.path, static_cast<unsigned long long>(stats.f_blocks),
+                            static_cast<unsigned long long>(stats.f_bsize),
+                            static_cast<unsigned long long>(stats.f_bfree));
+    partition.valid = false;
+    return false;
+  }
+  partition.percentUsed = percentOf(used, partition.totalSize);
+  partition.valid = true;
+  __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_INFO, kTag,
+                          "%s partition total space=%llukB used space=%llukB percent used=%llu%%",
+                          partition.path,
+                          static_cast<unsigned long long>(partition.totalSize >> 10),
+                          static_cast<unsigned long long>(used >> 10),
+                          static_cast<unsigned long long>(partition.percentUsed));
+  // The system partition is read-only: only its used space matters.
+  if (&partition == &systemPartition) {
+    return true;
+  }
+
+  const uint64_t available = static_cast<uint64_t>(stats.f_bavail) * blockSize;
+  if (available == 0 || available >= partition.totalSize) {
+    logError("Error getting disk usage available space");
+    partition.valid = false;
+    return false;
+  }
+  partition.availSpacePercentage = percentOf(available, partition.totalSize);
+  __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_INFO, kTag,
+                          "%s partition available space=%llukB available space percentage=%llu%%",
+                          partition.path, static_cast<unsigned long long>(available >> 10),
+                          static_cast<unsigned long long>(partition.availSpacePercentage));
+
+  const uint64_t files = stats.f_files;
+  if (stats.f_ffree == 0 || stats.f_ffree >= files) {
+    logError("Error getting disk usage free inodes");
+    partition.valid = false;
+    return false;
+  }
+  partition.freeInodesPercentage = percentOf(stats.f_ffree, files);
+  __android_log_buf_print(
+      kSystemLogBuffer, ANDROID_LOG_INFO, kTag,
+      "%s partition free inodes=%llu total inodes=%llu free inodes percentage=%llu%%",
+      partition.path, static_cast<unsigned long long>(stats.f_ffree),
+      static_cast<unsigned long long>(files),
+      static_cast<unsigned long long>(partition.freeInodesPercentage));
+
+  if (stats.f_favail == 0 || stats.f_favail >= files) {
+    logError("Error getting disk usage available inodes");
+    partition.valid = false;
+    return false;
+  }
+  partition.availInodesPercentage = percentOf(stats.f_favail, files);
+  __android_log_buf_print(
+      kSystemLogBuffer, ANDROID_LOG_INFO, kTag,
+      "%s partition available inodes=%llu total inodes=%llu available inodes percentage=%llu%%",
+      partition.path, static_cast<unsigned long long>(stats.f_favail),
+      static_cast<unsigned long long>(files),
+      static_cast<unsigned long long>(partition.availInodesPercentage));
+  return true;
+}
+
+void DiskUsageMonitor::emitPercentage(const std::string& metricName, uint64_t percentage,
+                                      bool structured) {
+  metricLogger.emitMetricUint64(metricName, percentage);
+  if (structured) {
+    std::vector<std::pair<std::string, std::string>> pairs = {
+        {"partition_path", metricName}, {"percent_used", std::to_string(percentage)}};
+    metricLogger.emitVedrixMetricPairVec(metricName, pairs);
+  }
+}
+
+void DiskUsageMonitor::appendStorageValue(const PartitionInfo& partition) {
+  sysHealthMetricLogger.appendStringToVec(
+      "storage_metric_values",
+      std::string(partition.path) + kFieldSeparator + std::to_string(partition.percentUsed) +
+          kFieldSeparator + std::to_string(partition.totalSize >> 10),
+      kItemSeparator);
+}
+
+void DiskUsageMonitor::log() {
+  // Read on every run: the switch is the configuration's, not the monitor's.
+  bool structured = HalvexConfig::instance().vedrixConfig.enabled;
+  if (dataPartition.valid) {
+    const std::string path = dataPartition.path;
+    emitPercentage(path, dataPartition.percentUsed, structured);
+    emitPercentage(path + "/avail_space", dataPartition.availSpacePercentage, structured);
+    emitPercentage(path + "/free_inodes", dataPartition.freeInodesPercentage, structured);
+    emitPercentage(path + "/avail_inodes", dataPartition.availInodesPercentage, structured);
+    if (structured) appendStorageValue(dataPartition);
+  }
+  if (systemPartition.valid) {
+    emitPercentage(systemPartition.path, systemPartition.percentUsed, structured);
+    if (structured) appendStorageValue(systemPartition);
+  }
+  sysHealthMetricLogger.appendStringToVec("storage_metric_type", "System", kFieldSeparator);
+  sysHealthMetricLogger.appendStringToVec("storage_metric_keys", "PartitionPath|percentage|totalSize",
+                                          kFieldSeparator);
+  sysHealthMetricLogger.appendUint64ToVec("storage_snapshot_period", metricReportIntervalTicks);
+  sysHealthMetricLogger.emitVedrixMetricPairVec("storage_metric_keys");
+  sysHealthMetricLogger.publish("SysHealthStorageUsage");
+  metricLogger.publish("PercentageUsed");
+}
+
+}  // namespace halvexd::diskusagemonitor
