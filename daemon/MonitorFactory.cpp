@@ -1,11 +1,94 @@
 #include "daemon/MonitorFactory.h"
 
-namespace halvexd {
+#include <iterator>
+#include <new>
 
-// The monitors join this table as they are built; until then the engine
-// runs with none and only counts ticks.
-bool configureMonitors(unsigned long /*sampleInterval*/, bool /*optionsGiven*/,
-                       std::vector<MonitorInterface*>& /*monitors*/, bool) {
+#include "monitors/CpuUsageMonitor.h"
+#include "monitors/DiskUsageMonitor.h"
+#include "monitors/MemoryUsageMonitor.h"
+#include "monitors/SystemMemMonitor.h"
+#include "platform/LogBuffers.h"
+
+namespace halvexd {
+namespace {
+
+constexpr const char* kTag = "halvexd";
+
+const std::vector<unsigned char> kPercentiles{50, 75, 90, 99, 100};
+const std::vector<unsigned char> kBucketBoundaries{0, 10, 20, 30, 40, 50, 60, 70, 80, 90, 100};
+
+struct MonitorRow {
+  const char* name;
+  uint64_t defaultSampleTicks;
+  uint64_t reportTicks;
+  uint64_t logcatTicks;
+  uint64_t tickOffset;
+  MonitorInterface* (*build)(const monitor_config& config);
+};
+
+// With 30-second ticks: 20 ticks are ten minutes, 120 an hour, 2880 a day.
+// The offsets spread monitors of equal intervals over different ticks.
+const MonitorRow kMonitorTable[] = {
+    {"SystemMemMonitor", 120, 120, 120, 2,
+     [](const monitor_config& c) -> MonitorInterface* {
+       return new systemmemmonitor::SystemMemMonitor(c);
+     }},
+    {"CpuUsageMonitor", 1, 2880, 20, 3,
+     [](const monitor_config& c) -> MonitorInterface* {
+       return new cpuusagemonitor::CpuUsageMonitor(c, kPercentiles, kBucketBoundaries);
+     }},
+    {"MemoryUsageMonitor", 1, 2880, 20, 4,
+     [](const monitor_config& c) -> MonitorInterface* {
+       return new memoryusagemonitor::MemoryUsageMonitor(c, kPercentiles, kBucketBoundaries);
+     }},
+    {"DiskUsageMonitor", 2880, 2880, 2880, 5,
+     [](const monitor_config& c) -> MonitorInterface* {
+       return new diskusagemonitor::DiskUsageMonitor(c);
+     }},
+};
+
+void logMonitorConfig(const monitor_config& config) {
+  __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_INFO, kTag, "monitor name %s\n",
+                          config.name.c_str());
+  __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_INFO, kTag, "active %d\n",
+                          config.active ? 1 : 0);
+  __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_INFO, kTag, "sample interval in ticks %llu\n",
+                          static_cast<unsigned long long>(config.sampleIntervalTicks));
+  __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_INFO, kTag,
+                          "metrics logcat interval in ticks %llu\n",
+                          static_cast<unsigned long long>(config.metricLogcatIntervalTicks));
+  __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_INFO, kTag,
+                          "metrics report interval in ticks %llu\n",
+                          static_cast<unsigned long long>(config.metricReportIntervalTicks));
+}
+
+}  // namespace
+
+bool configureMonitors(unsigned long sampleInterval, bool optionsGiven,
+                       std::vector<MonitorInterface*>& monitors, bool) {
+  try {
+    // Room first, so that appending a built monitor cannot throw and lose it.
+    monitors.reserve(monitors.size() + std::size(kMonitorTable));
+    for (const MonitorRow& row : kMonitorTable) {
+      monitor_config config;
+      config.name = row.name;
+      config.active = true;
+      // Deliberately coarse: any option on the command line (even -d alone)
+      // puts every monitor on the command line's sample interval.
+      config.sampleIntervalTicks = optionsGiven ? sampleInterval : row.defaultSampleTicks;
+      config.metricReportIntervalTicks = row.reportTicks;
+      config.metricLogcatIntervalTicks = row.logcatTicks;
+      config.tickOffset = row.tickOffset;
+      logMonitorConfig(config);
+      monitors.push_back(row.build(config));
+    }
+  } catch (const std::bad_alloc&) {
+    // A monitor whose construction threw has already been freed by `new`;
+    // those appended before stay, as the caller owns the vector.
+    __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_ERROR, kTag,
+                            "Failed to allocate a new monitor");
+    return false;
+  }
   return true;
 }
 
