@@ -55,19 +55,29 @@ class HalvexConfig {
 
   virtual ~HalvexConfig() = default;
 
-  // Reads the configuration (see parseConfig for the path), logs the summary
-  // of what was loaded; false on any failure.
+  // Logs "Load JSON config", parses (see parseConfig), logs a summary of
+  // what was loaded (the Vedrix settings, then one block per map entry) and
+  // "Load JSON config done". False on any failure, after logging
+  // "Could not parse config file"; the model then holds what parseJsonData
+  // had stored before it stopped.
   bool loadConfig(const char* path);
 
-  // Reads `path`, or the override file when the override property is set,
-  // and fills the model. 0 on success, non-zero otherwise.
+  // Reads the device path `path`, or "/data/halvex/halvex_config.json" when
+  // the property "halvex.config.override" is true (then `path` is not opened
+  // at all), and fills the model. 0 on success; -1 when the file is missing,
+  // unreadable, too large or not valid JSON (the model is then untouched) or
+  // when a required top-level key is missing. Logs one error line naming the
+  // device path on failure.
   int parseConfig(const char* path);
 
-  // Fills the model from a parsed tree. 0 on success, -1 when a required
-  // top-level key is missing (the model then holds what was read before it).
+  // Fills the model from a parsed tree, starting from an empty model. 0 on
+  // success, -1 when "MonitorConfig" or "VedrixConfig" is missing (the model
+  // then holds what was read before the missing key). Wrong JSON types are
+  // not rejected: see HalvexConfig.cpp for how each is read.
   int parseJsonData(cJSON* root);
 
-  // Empties the model: no monitor records, structured service off.
+  // Empties the model: no monitor records, structured service off, empty
+  // region and default group id.
   void resetConfig();
 
   std::unordered_map<std::string, MonitorConfig> monitorConfigs;
