@@ -17,9 +17,9 @@ const std::string kVmpressureName = "VMPRESSURE";
 // The device fields every structured record ends with. The daemon knows none
 // of them; the collecting service fills them in, so each is written empty.
 const char* const kDeviceFields[] = {
-    "_softwareVersion", "_deviceType", "_platform",  "_model",   "_buildType",
-    "_marketPlaceId",   "_countryOfResidence",       "_deviceLanguage",
-    "_otaGroupName",    "_timeZone",   "_deviceId",  "_customerId", "_hardware",
+    "_softwareVersion", "_deviceType",         "_platform",       "_model",        "_buildType",
+    "_marketPlaceId",   "_countryOfResidence", "_deviceLanguage", "_otaGroupName", "_timeZone",
+    "_deviceId",        "_customerId",         "_hardware",
 };
 
 // ':' and ';' separate the fields of a record, so a name must not carry them.
@@ -45,9 +45,7 @@ std::ostringstream recordStream() {
 
 }  // namespace
 
-std::string addDeviceTypeIdentifierSuffix(std::string name) {
-  return name + "Tablet";
-}
+std::string addDeviceTypeIdentifierSuffix(std::string name) { return name + "Tablet"; }
 
 bool MetricLogger::init(std::string name) {
   recordPrefix = addDeviceTypeIdentifierSuffix(std::move(name));
@@ -87,9 +85,7 @@ const HalvexConfig::MonitorConfig* MetricLogger::getMonitorConfig(const std::str
   return found == configs.end() ? nullptr : &found->second;
 }
 
-void MetricLogger::publish(const std::string& name) {
-  uploadZelMetric(name);
-}
+void MetricLogger::publish(const std::string& name) { uploadZelMetric(name); }
 
 std::string MetricLogger::vedrixTypeTag(const std::string& type) {
   if (type == "str") return ";SY";
@@ -240,8 +236,7 @@ std::string MetricLogger::formatTrazMetricMap(std::map<std::string, T>& store, b
 
 template <typename T>
 void MetricLogger::uploadVedrixMetricMap(std::map<std::string, T>& store,
-                                         const std::string& monitorName,
-                                         const std::string& type) {
+                                         const std::string& monitorName, const std::string& type) {
   if (store.empty()) {
     return;
   }

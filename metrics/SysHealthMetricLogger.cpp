@@ -2,6 +2,8 @@
 
 #include <unordered_map>
 
+#include "daemon/SharedStrings.h"
+
 namespace halvexd {
 namespace {
 
@@ -20,9 +22,6 @@ std::string asciiLower(const std::string& text) {
 }
 
 }  // namespace
-
-const std::string SysHealthMetricLogger::kListSeparator = "|";
-const std::string SysHealthMetricLogger::kItemSeparator = " ";
 
 void SysHealthMetricLogger::appendUint64ToVec(const std::string& key, unsigned long value) {
   vecFields[key] = std::to_string(value);
@@ -53,8 +52,8 @@ void SysHealthMetricLogger::appendPercentileToVec(const std::string& keysKey,
         lower.find(lowerSuffix) != lower.size() - lowerSuffix.size()) {
       continue;
     }
-    appendStringToVec(keysKey, prefix + suffix, kListSeparator);
-    appendStringToVec(valuesKey, value, kListSeparator);
+    appendStringToVec(keysKey, prefix + suffix, kFieldSeparator);
+    appendStringToVec(valuesKey, value, kFieldSeparator);
     return;
   }
 }

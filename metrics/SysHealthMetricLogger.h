@@ -13,11 +13,6 @@ namespace halvexd {
 
 class SysHealthMetricLogger : public MetricLogger {
  public:
-  // Joins the entries of a growing list field.
-  static const std::string kListSeparator;
-  // Separates items inside one entry of a list field.
-  static const std::string kItemSeparator;
-
   SysHealthMetricLogger() = default;
   ~SysHealthMetricLogger() override = default;
 

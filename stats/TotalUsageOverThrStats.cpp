@@ -54,8 +54,8 @@ void TotalUsageOverThrStats::printUsageStats(unsigned long tick, unsigned long l
   }
 
   if (tickRemainder(tick, logcatInterval) == 0) {
-    __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_INFO, kTag, "%s is at %d%%",
-                            name.c_str(), usage);
+    __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_INFO, kTag, "%s is at %d%%", name.c_str(),
+                            usage);
   }
 }
 
