@@ -1,9 +1,10 @@
+#include "metrics/MetricLogger.h"
+
 #include <gtest/gtest.h>
 
 #include <functional>
 #include <limits>
 
-#include "metrics/MetricLogger.h"
 #include "tests/support/MetricConfigFixture.h"
 #include "tests/support/TestSupport.h"
 
@@ -24,150 +25,64 @@ std::string structured(const std::string& body) { return kHeader + body + kTail;
 
 enum class Plain { kNoRecord, kInactive, kActive };
 
+// One row of the publish table: the switches, then the exact records of
+// three publishes in a row.
 struct PublishRow {
-  const char* proves;
-  Plain plain;
-  bool vedrixEnabled;
-  bool vedrixActive;
-  bool keyTagSet;
-  bool reportBHasPlain;
+  Plain plain;           // the publish name's record and its plain interface
+  bool vedrixEnabled;    // the structured service as a whole
+  bool vedrixActive;     // the record's structured interface
+  bool keyTagSet;        // the record's key dimension tag (the header still forms without it)
+  bool reportBHasPlain;  // whether the second report stores a plain value
   std::vector<std::string> afterA, afterB, afterReveal;
+  const char* proves;
 };
 
 TEST_F(MetricLoggerTest, PublishDrainsWaitsAndOverwritesUnderEachSwitchCombination) {
   const std::string pA = "CpuUsageMonitorTablet:Mon:cpu_p50=12.5;CT;1,total=42;CT;1:NR";
   const std::string pB = "CpuUsageMonitorTablet:Mon:total=43;CT;1:NR";
   const std::string pZ = "CpuUsageMonitorTablet:Mon:zz=1;CT;1:NR";
-  const std::string pKeptAB =
-      "CpuUsageMonitorTablet:Mon:cpu_p50=12.5;CT;1,total=43;CT;1,zz=1;CT;1:NR";
-  const std::string pKeptA =
-      "CpuUsageMonitorTablet:Mon:cpu_p50=12.5;CT;1,total=42;CT;1,zz=1;CT;1:NR";
+  const std::string pKeptAB = "CpuUsageMonitorTablet:Mon:cpu_p50=12.5;CT;1,total=43;CT;1,zz=1;CT;1:NR";
+  const std::string pKeptA = "CpuUsageMonitorTablet:Mon:cpu_p50=12.5;CT;1,total=42;CT;1,zz=1;CT;1:NR";
   const std::string s42 = structured("metric=total;SY,value=42;IN");
   const std::string s43 = structured("metric=total;SY,value=43;IN");
   const std::string sLoad = structured("metric=load;SY,value=0.123457;FL");
 
-  // Report A: two plain values, an integer and a double structured value.
-  // Report B: optionally a new plain total, a new structured total.
-  // Reveal: every switch on and one plain marker, showing what the stores kept.
+  // Report A stores two plain values (cpu:p50, total=42), a structured
+  // integer (total=42) and a structured double (load). Report B stores a
+  // structured total=43 and, when the row says so, a plain total=43. The
+  // reveal then switches everything on and stores one plain marker zz=1, so
+  // its records show what the stores had kept.
+  // clang-format off
   const PublishRow rows[] = {
-      {"all on: every report drains both families",
-       Plain::kActive,
-       true,
-       true,
-       true,
-       true,
-       {pA, s42, sLoad},
-       {pB, s43},
-       {pZ}},
-      {"structured interface inactive: structured values wait, one per name, latest wins",
-       Plain::kActive,
-       true,
-       false,
-       true,
-       true,
-       {pA},
-       {pB},
-       {pZ, s43, sLoad}},
-      {"structured service disabled: structured values wait",
-       Plain::kActive,
-       false,
-       true,
-       true,
-       true,
-       {pA},
-       {pB},
-       {pZ, s43, sLoad}},
-      {"service disabled and interface inactive",
-       Plain::kActive,
-       false,
-       false,
-       true,
-       true,
-       {pA},
-       {pB},
-       {pZ, s43, sLoad}},
-      {"active plain interface without plain values returns early: structured waits",
-       Plain::kActive,
-       true,
-       true,
-       true,
-       false,
-       {pA, s42, sLoad},
-       {},
-       {pZ, s43}},
-      {"plain inactive: structured still written, plain values kept and overwritten",
-       Plain::kInactive,
-       true,
-       true,
-       true,
-       true,
-       {s42, sLoad},
-       {s43},
-       {pKeptAB}},
-      {"plain inactive: a report without plain values still writes structured",
-       Plain::kInactive,
-       true,
-       true,
-       true,
-       false,
-       {s42, sLoad},
-       {s43},
-       {pKeptA}},
-      {"plain inactive, service disabled: nothing written, everything kept",
-       Plain::kInactive,
-       false,
-       true,
-       true,
-       true,
-       {},
-       {},
-       {pKeptAB, s43, sLoad}},
-      {"plain and structured interfaces inactive: nothing written, everything kept",
-       Plain::kInactive,
-       true,
-       false,
-       true,
-       true,
-       {},
-       {},
-       {pKeptAB, s43, sLoad}},
-      {"no configuration record, service on: no header, nothing written, everything kept",
-       Plain::kNoRecord,
-       true,
-       true,
-       true,
-       true,
-       {},
-       {},
-       {pKeptAB, s43, sLoad}},
-      {"no configuration record, service off",
-       Plain::kNoRecord,
-       false,
-       true,
-       true,
-       true,
-       {},
-       {},
-       {pKeptAB, s43, sLoad}},
-      {"no key tag: structured bodies are empty, records dropped, stores still drained",
-       Plain::kActive,
-       true,
-       true,
-       false,
-       true,
-       {pA},
-       {pB},
-       {pZ}},
-      {"no key tag with plain inactive: nothing written, structured stores drained",
-       Plain::kInactive,
-       true,
-       true,
-       false,
-       true,
-       {},
-       {},
-       {pKeptAB}},
+    // plain           enab.  active keyTag B-plain after A            after B     after reveal
+    {Plain::kActive,   true,  true,  true,  true,  {pA, s42, sLoad}, {pB, s43}, {pZ},
+     "all on: every report drains both families"},
+    {Plain::kActive,   true,  false, true,  true,  {pA},             {pB},      {pZ, s43, sLoad},
+     "structured interface inactive: structured values wait, one per name, latest wins"},
+    {Plain::kActive,   false, true,  true,  true,  {pA},             {pB},      {pZ, s43, sLoad},
+     "structured service disabled: structured values wait"},
+    {Plain::kActive,   false, false, true,  true,  {pA},             {pB},      {pZ, s43, sLoad},
+     "service disabled and interface inactive"},
+    {Plain::kActive,   true,  true,  true,  false, {pA, s42, sLoad}, {},        {pZ, s43},
+     "active plain interface, no plain values: the publish returns early, structured waits"},
+    {Plain::kInactive, true,  true,  true,  true,  {s42, sLoad},     {s43},     {pKeptAB},
+     "plain inactive: structured still written, plain values kept and overwritten"},
+    {Plain::kInactive, true,  true,  true,  false, {s42, sLoad},     {s43},     {pKeptA},
+     "plain inactive: a report without plain values still writes structured"},
+    {Plain::kInactive, false, true,  true,  true,  {},               {},        {pKeptAB, s43, sLoad},
+     "plain inactive, service disabled: nothing written, everything kept"},
+    {Plain::kInactive, true,  false, true,  true,  {},               {},        {pKeptAB, s43, sLoad},
+     "both interfaces inactive: nothing written, everything kept"},
+    {Plain::kNoRecord, true,  true,  true,  true,  {},               {},        {pKeptAB, s43, sLoad},
+     "no configuration record, service on: no header, nothing written, everything kept"},
+    {Plain::kNoRecord, false, true,  true,  true,  {},               {},        {pKeptAB, s43, sLoad},
+     "no configuration record, service off"},
+    {Plain::kActive,   true,  true,  false, true,  {pA},             {pB},      {pZ},
+     "no key tag: structured bodies empty, records dropped, stores still drained"},
+    {Plain::kInactive, true,  true,  false, true,  {},               {},        {pKeptAB},
+     "no key tag, plain inactive: nothing written, structured stores drained"},
   };
+  // clang-format on
 
   for (const auto& row : rows) {
     clearConfig();

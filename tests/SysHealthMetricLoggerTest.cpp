@@ -1,6 +1,7 @@
+#include "metrics/SysHealthMetricLogger.h"
+
 #include <gtest/gtest.h>
 
-#include "metrics/SysHealthMetricLogger.h"
 #include "tests/support/MetricConfigFixture.h"
 #include "tests/support/TestSupport.h"
 

@@ -1,7 +1,8 @@
+#include "stats/TotalUsageOverThrStats.h"
+
 #include <gtest/gtest.h>
 
 #include "platform/LogBuffers.h"
-#include "stats/TotalUsageOverThrStats.h"
 #include "tests/support/TestSupport.h"
 
 namespace halvexd {
