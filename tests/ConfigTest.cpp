@@ -30,6 +30,7 @@ using testing::TempDir;
 constexpr const char* kTag = "halvexd";
 constexpr const char* kSystemPath = "/system/system_ext/etc/halvex_config.json";
 constexpr const char* kDataPath = "/data/halvex/halvex_config.json";
+constexpr size_t kMiB = 1024 * 1024;
 
 // A complete small configuration: one record using every key, and the
 // structured-service settings.
@@ -189,6 +190,7 @@ TEST_F(ConfigFileTest, FailuresLogTheirLinesAndLeaveTheModelAsReadSoFar) {
   const std::string notParsed =
       "Opening of /system/system_ext/etc/halvex_config.json failed, could not parse json\n";
   const std::string minimal = R"({"MonitorConfig": [], "VedrixConfig": {}})";
+  const std::string justAboveBound = minimal + std::string(kMiB + 1 - minimal.size(), ' ');
   const Case cases[] = {
       {"no file", std::nullopt, rootNull, Model::kUntouched},
       {"empty file", std::string(), rootNull, Model::kUntouched},
@@ -197,8 +199,7 @@ TEST_F(ConfigFileTest, FailuresLogTheirLinesAndLeaveTheModelAsReadSoFar) {
       {"a second value", std::string(kExample) + "\n{}", rootNull, Model::kUntouched},
       {"NUL byte hiding the rest", minimal + std::string(1, '\0') + "]]]", rootNull,
        Model::kUntouched},
-      {"valid but above 1 MiB", minimal + std::string(1024 * 1024, ' '), rootNull,
-       Model::kUntouched},
+      {"valid but one byte above 1 MiB", justAboveBound, rootNull, Model::kUntouched},
       {"no MonitorConfig", R"({"VedrixConfig": {"Enabled": true}})", notParsed, Model::kEmpty},
       {"keys are case-sensitive", R"({"monitorConfig": [], "VedrixConfig": {}})", notParsed,
        Model::kEmpty},
@@ -238,6 +239,13 @@ TEST_F(ConfigFileTest, FailuresLogTheirLinesAndLeaveTheModelAsReadSoFar) {
         break;
     }
   }
+}
+
+TEST_F(ConfigFileTest, FileOfExactlyTheSizeBoundLoads) {
+  const std::string minimal = R"({"MonitorConfig": [], "VedrixConfig": {"Enabled": true}})";
+  writeDevice(kSystemPath, minimal + std::string(kMiB - minimal.size(), '\n'));
+  EXPECT_TRUE(config.loadConfig(kSystemPath));
+  EXPECT_TRUE(config.vedrixConfig.enabled);
 }
 
 TEST_F(ConfigFileTest, OverridePropertyChoosesTheOnlyFileOpened) {
@@ -429,19 +437,6 @@ TEST(ConfigParseTest, VedrixDescriptorsKeepOrderAndKeyMetricsHaveNoType) {
   EXPECT_EQ(vedrix.metrics[1].name, "a");
   EXPECT_EQ(vedrix.metrics[1].type, "");
   EXPECT_EQ(vedrix.metrics[2].type, "str");
-}
-
-TEST(ConfigParseTest, EachParseStartsFromAnEmptyModel) {
-  HalvexConfig config;
-  ASSERT_EQ(parseText(config, R"({"MonitorConfig": [{"MetricName": "A"}, {"MetricName": "B"}],
-                                   "VedrixConfig": {"Enabled": true, "Region": "r", "GroupId": "g"}})"),
-            0);
-  ASSERT_EQ(parseText(config, R"({"MonitorConfig": [{"MetricName": "C"}], "VedrixConfig": {}})"),
-            0);
-  EXPECT_EQ(keysOf(config), std::set<std::string>{"C"});
-  EXPECT_FALSE(config.vedrixConfig.enabled);
-  EXPECT_EQ(config.vedrixConfig.region, "");
-  EXPECT_EQ(config.vedrixConfig.defaultGroupId, "");
 }
 
 TEST_F(ConfigFileTest, SummaryHasOneBlockPerMapEntry) {

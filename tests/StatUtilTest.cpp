@@ -258,8 +258,16 @@ TEST(LmkStatsTest, TabletFixtureUpdatesOnlyTheSeededNames) {
                            {"Backup", 41}, {"Other", 268}}));
 }
 
-TEST(LmkStatsTest, MissingFileIsFalse) {
-  ScopedEnv sysroot("HALVEXD_SYSROOT", fixturePath("tablet-oldzram"));
+TEST(LmkStatsTest, FalseWhenMissingOrNothingMatched) {
+  {
+    ScopedEnv sysroot("HALVEXD_SYSROOT", fixturePath("tablet-oldzram"));
+    LmkMap stats = seededClasses();
+    EXPECT_FALSE(StatUtil::getLmkStats(stats));
+    EXPECT_EQ(stats, seededClasses());
+  }
+  TempDir root;
+  ScopedEnv sysroot("HALVEXD_SYSROOT", root.path());
+  root.write("proc/lmk_stats", "Cached: 12\nTotal: 12\n");
   LmkMap stats = seededClasses();
   EXPECT_FALSE(StatUtil::getLmkStats(stats));
   EXPECT_EQ(stats, seededClasses());
