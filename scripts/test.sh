@@ -1,7 +1,23 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds, and runs the whole test suite.
+# Installs what is missing, builds, and runs the whole test suite: first the
+# normal build (build/), then the same suite under AddressSanitizer,
+# UndefinedBehaviorSanitizer and LeakSanitizer (build-asan/).
 set -euo pipefail
 cd "$(dirname "$0")/.."
+jobs="$(nproc)"
+
+stage() { printf '\n=== %s (%ds so far)\n' "$1" "$SECONDS"; }
+
+stage "setup"
 bash scripts/setup.sh
+
+stage "normal build and tests"
 bash scripts/build.sh
-ctest --test-dir build --output-on-failure -j"$(nproc)"
+ctest --test-dir build --output-on-failure -j"$jobs"
+
+stage "sanitizer build and tests"
+cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DHALVEXD_SANITIZE=ON >/dev/null
+cmake --build build-asan -j"$jobs"
+ctest --test-dir build-asan --output-on-failure -j"$jobs"
+
+stage "done"
