@@ -1,12 +1,18 @@
 #include "stats/StatUtil.h"
 
+#include <dirent.h>
+#include <memtrack/memtrack.h>
 #include <time.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <chrono>
 #include <limits>
+#include <mutex>
+#include <thread>
 
 #include "platform/LogBuffers.h"
 #include "platform/Sysroot.h"
@@ -219,6 +225,159 @@ uint64_t readCountOrZero(const std::string& path) {
   return value;
 }
 
+constexpr const char* kProcDir = "/proc";
+constexpr const char* kPerfinfoPath = "/proc/perfinfo";
+
+// The part of /proc/<pid>/stat that is read; the fields kept end well within
+// it.
+constexpr size_t kStatReadBytes = 511;
+// A comm line holds at most 30 bytes; one more tells a longer line apart.
+constexpr size_t kCommReadBytes = 31;
+// The kernel's answer is one short line; anything beyond this is not read.
+constexpr size_t kPerfinfoReadBytes = 255;
+// Attempts to hand the pid to /proc/perfinfo, one second apart.
+constexpr int kPerfinfoWriteAttempts = 4;
+
+const char* const kBinder = "Binder";
+const char* const kUnknownProcessName = "unknown";
+
+// Serialises the select-then-read exchanges with /proc/perfinfo: the kernel
+// keeps one selected pid for all its readers.
+std::mutex perfinfoLock;
+
+// A decimal integer after blanks, read the way the C library's conversions
+// read it: an optional sign, then at least one digit. A value beyond 64 bits
+// saturates (at the unsigned maximum, or at the signed extremes when
+// `isSigned`); an unsigned reading of a negative number wraps. A narrower
+// field takes the low bits of `bits`.
+bool nextInteger(std::string_view& rest, bool isSigned, uint64_t& bits) {
+  skipBlanks(rest);
+  size_t i = 0;
+  bool negative = false;
+  if (i < rest.size() && (rest[i] == '-' || rest[i] == '+')) {
+    negative = rest[i] == '-';
+    ++i;
+  }
+  if (i >= rest.size() || !isDigit(rest[i])) {
+    return false;
+  }
+  constexpr uint64_t kMax = std::numeric_limits<uint64_t>::max();
+  uint64_t magnitude = 0;
+  bool overflow = false;
+  for (; i < rest.size() && isDigit(rest[i]); ++i) {
+    uint64_t digit = static_cast<uint64_t>(rest[i] - '0');
+    if (overflow || magnitude > (kMax - digit) / 10) {
+      overflow = true;
+      continue;
+    }
+    magnitude = magnitude * 10 + digit;
+  }
+  rest.remove_prefix(i);
+  constexpr uint64_t kSignedMax = static_cast<uint64_t>(std::numeric_limits<int64_t>::max());
+  if (!isSigned) {
+    bits = overflow ? kMax : (negative ? 0 - magnitude : magnitude);
+  } else if (negative) {
+    bits = (overflow || magnitude > kSignedMax + 1) ? kSignedMax + 1 : 0 - magnitude;
+  } else {
+    bits = (overflow || magnitude > kSignedMax) ? kSignedMax : magnitude;
+  }
+  return true;
+}
+
+bool nextInt32(std::string_view& rest, int32_t& field) {
+  uint64_t bits = 0;
+  if (!nextInteger(rest, true, bits)) return false;
+  field = static_cast<int32_t>(static_cast<uint32_t>(bits));
+  return true;
+}
+
+bool nextUint32(std::string_view& rest, uint32_t& field) {
+  uint64_t bits = 0;
+  if (!nextInteger(rest, false, bits)) return false;
+  field = static_cast<uint32_t>(bits);
+  return true;
+}
+
+bool nextUint64(std::string_view& rest, uint64_t& field) {
+  return nextInteger(rest, false, field);
+}
+
+// "/proc/<pid>/<file>", the device path of a per-process file.
+std::string procPidPath(int pid, const char* file) {
+  char path[64];
+  std::snprintf(path, sizeof(path), "/proc/%d/%s", pid, file);
+  return path;
+}
+
+// Up to `maxBytes` of an open file, stopping after the first newline when
+// `oneLine` is set. Zero bytes are kept: a caller decides what they end.
+std::string readBounded(FILE* file, size_t maxBytes, bool oneLine) {
+  std::string text;
+  int c;
+  while (text.size() < maxBytes && (c = std::fgetc(file)) != EOF) {
+    text.push_back(static_cast<char>(c));
+    if (oneLine && c == '\n') break;
+  }
+  return text;
+}
+
+// The per-process file `file` of `pid` read as by readBounded; false when it
+// cannot be opened.
+bool readProcPidFile(int pid, const char* file, size_t maxBytes, bool oneLine, std::string& text) {
+  FILE* stream = std::fopen(sysrootPath(procPidPath(pid, file).c_str()).c_str(), "r");
+  if (stream == nullptr) {
+    return false;
+  }
+  text = readBounded(stream, maxBytes, oneLine);
+  std::fclose(stream);
+  return true;
+}
+
+void copyName(const std::string& source, char (&name)[kProcessNameSize]) {
+  size_t length = std::min(source.size(), kProcessNameSize - 1);
+  std::memcpy(name, source.data(), length);
+  std::memset(name + length, 0, kProcessNameSize - length);
+}
+
+// Graphics memory of `pid` in kB as the memory tracker reports it; 0 after
+// one error line when any of its answers is missing.
+unsigned long memtrackPssKb(int pid) {
+  memtrack_proc* handle = memtrack_proc_new();
+  if (handle == nullptr) {
+    __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_ERROR, kTag,
+                            "failed to create memtrack_proc");
+    return 0;
+  }
+  int code = memtrack_proc_get(handle, pid);
+  if (code != 0) {
+    __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_ERROR, kTag,
+                            "failed to get memory consumption info: %d pid: %d", code, pid);
+    memtrack_proc_destroy(handle);
+    return 0;
+  }
+  struct Part {
+    ssize_t (*read)(memtrack_proc*);
+    const char* failure;
+  };
+  const Part parts[] = {
+      {memtrack_proc_graphics_pss, "failed to get graphics pss: %zd pid: %d"},
+      {memtrack_proc_gl_pss, "failed to get gl pss: %zd pid: %d"},
+      {memtrack_proc_other_pss, "failed to get other pss: %zd pid: %d"},
+  };
+  unsigned long totalKb = 0;
+  for (const Part& part : parts) {
+    ssize_t bytes = part.read(handle);
+    if (bytes < 0) {
+      __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_ERROR, kTag, part.failure, bytes, pid);
+      memtrack_proc_destroy(handle);
+      return 0;
+    }
+    totalKb += static_cast<unsigned long>(bytes) >> 10;
+  }
+  memtrack_proc_destroy(handle);
+  return totalKb;
+}
+
 }  // namespace
 
 uint64_t getUptimeMillis() {
@@ -330,6 +489,228 @@ bool getLmkStats(std::map<std::string, unsigned long>& stats) {
     updated = applyLmkLine(line, stats) || updated;
   });
   return opened && updated;
+}
+
+bool parseProcessStat(std::string_view text, ProcessStat& stat) {
+  size_t nameEnd = text.rfind(')');
+  std::string_view head = text;
+  if (nameEnd == std::string_view::npos || !nextInt32(head, stat.pid)) {
+    return false;
+  }
+  std::string_view rest = text.substr(nameEnd + 1);
+  skipBlanks(rest);
+  if (rest.empty()) {
+    return false;
+  }
+  stat.state = rest[0];
+  rest.remove_prefix(1);
+  return nextInt32(rest, stat.ppid) && nextInt32(rest, stat.pgrp) &&
+         nextInt32(rest, stat.session) && nextInt32(rest, stat.ttyNr) &&
+         nextInt32(rest, stat.tpgid) && nextUint32(rest, stat.flags) &&
+         nextUint32(rest, stat.minflt) && nextUint32(rest, stat.cminflt) &&
+         nextUint32(rest, stat.majflt) && nextUint32(rest, stat.cmajflt) &&
+         nextUint32(rest, stat.utime) && nextUint32(rest, stat.stime) &&
+         nextInt32(rest, stat.cutime) && nextInt32(rest, stat.cstime) &&
+         nextInt32(rest, stat.priority) && nextInt32(rest, stat.nice) &&
+         nextInt32(rest, stat.numThreads) && nextInt32(rest, stat.itrealvalue) &&
+         nextUint64(rest, stat.starttime) && nextUint32(rest, stat.vsize) &&
+         nextInt32(rest, stat.rss) && nextUint32(rest, stat.rsslim);
+}
+
+bool parseProcessComm(std::string_view line, char (&name)[kProcessNameSize]) {
+  if (line.empty() || line.size() > 30) {
+    return false;
+  }
+  // The name is a C string: a zero byte ends it.
+  line = line.substr(0, line.find('\0'));
+  std::string_view word = nextWord(line);
+  if (word.empty()) {
+    return false;
+  }
+  copyName(std::string(word), name);
+  return true;
+}
+
+std::string binderProcessName(const std::string* cmdline) {
+  if (cmdline == nullptr || cmdline->find(kBinder) != std::string::npos) {
+    return kUnknownProcessName;
+  }
+  std::string name;
+  for (char c : *cmdline) {
+    if (c != ' ' && c != '\t') name.push_back(c);
+  }
+  // The end of a long path names the program.
+  constexpr size_t kKept = kProcessNameSize - 1;
+  if (name.size() > kKept) {
+    name.erase(0, name.size() - kKept);
+  }
+  return name;
+}
+
+bool parseProcessCmdline(std::string_view raw, std::string& cmdline) {
+  if (raw.empty()) {
+    return false;
+  }
+  size_t lineEnd = raw.find('\n');
+  if (lineEnd != std::string_view::npos) {
+    raw = raw.substr(0, lineEnd + 1);
+  }
+  cmdline.assign(raw.substr(0, raw.find('\0')));
+  return true;
+}
+
+bool parsePerfinfoPss(std::string_view line, unsigned long& pssKb) {
+  constexpr std::string_view kPrefix = "Pss:";
+  if (line.substr(0, kPrefix.size()) != kPrefix) {
+    return false;
+  }
+  line.remove_prefix(kPrefix.size());
+  uint64_t value = 0;
+  if (!nextUnsigned(line, value)) {
+    return false;
+  }
+  pssKb = value;
+  return true;
+}
+
+bool getProcessList(std::vector<int>& pids) {
+  DIR* dir = opendir(sysrootPath(kProcDir).c_str());
+  if (dir == nullptr) {
+    __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_ERROR, kTag, "Could not open %s",
+                            kProcDir);
+    return false;
+  }
+  while (const dirent* entry = readdir(dir)) {
+    std::string_view entryName(entry->d_name);
+    int32_t pid = 0;
+    if (nextInt32(entryName, pid)) {
+      pids.push_back(pid);
+    }
+  }
+  closedir(dir);
+  return true;
+}
+
+bool getProcessListRss(std::vector<int>& pids) {
+  std::vector<int> all;
+  if (!getProcessList(all) || all.empty()) {
+    return false;
+  }
+  bool anyRead = false;
+  for (int pid : all) {
+    ProcessStat stat{};
+    stat.pid = pid;
+    if (getProcessStat(pid, stat)) {
+      anyRead = true;
+      if (stat.rss != 0) {
+        pids.push_back(pid);
+      }
+    }
+  }
+  return anyRead;
+}
+
+bool getProcessStat(int pid, ProcessStat& stat) {
+  // Read as one block rather than up to a newline: a process may put a
+  // newline into its own name, and its fields must still be found.
+  std::string text;
+  if (!readProcPidFile(pid, "stat", kStatReadBytes, false, text)) {
+    return false;
+  }
+  if (!parseProcessStat(text, stat)) {
+    __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_ERROR, kTag, "Failed to parse %s",
+                            procPidPath(pid, "stat").c_str());
+    return false;
+  }
+  return true;
+}
+
+bool getProcessName(int pid, char (&name)[kProcessNameSize]) {
+  std::string line;
+  char parsed[kProcessNameSize] = {};
+  if (!readProcPidFile(pid, "comm", kCommReadBytes, true, line) ||
+      !parseProcessComm(line, parsed)) {
+    return false;
+  }
+  if (std::strstr(parsed, kBinder) == nullptr) {
+    std::memcpy(name, parsed, kProcessNameSize);
+    return true;
+  }
+  std::string cmdline;
+  bool haveCmdline = getProcessCmdline(pid, cmdline);
+  copyName(binderProcessName(haveCmdline ? &cmdline : nullptr), name);
+  return true;
+}
+
+bool getProcessCmdline(int pid, std::string& cmdline) {
+  std::string raw;
+  if (!readProcPidFile(pid, "cmdline", kMaxCmdlineBytes, false, raw)) {
+    return false;
+  }
+  return parseProcessCmdline(raw, cmdline);
+}
+
+bool getProcessPss(int pid, unsigned long& pssKb) {
+  pssKb = 0;
+  pssKb += memtrackPssKb(pid);
+
+  std::lock_guard<std::mutex> hold(perfinfoLock);
+  const std::string path = sysrootPath(kPerfinfoPath);
+  FILE* selection = std::fopen(path.c_str(), "r+");
+  if (selection == nullptr) {
+    __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_ERROR, kTag, "Failed to open %s for write",
+                            kPerfinfoPath);
+    return false;
+  }
+  const std::string pidText = std::to_string(pid);
+  int attempts = 1;
+  while (std::fputs(pidText.c_str(), selection) < 0) {
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+    if (attempts == kPerfinfoWriteAttempts) {
+      readBounded(selection, kPerfinfoReadBytes, true);
+      std::fclose(selection);
+      __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_ERROR, kTag, "Failed to write %s",
+                              kPerfinfoPath);
+      return false;
+    }
+    ++attempts;
+  }
+  std::fclose(selection);
+
+  FILE* answer = std::fopen(path.c_str(), "r");
+  if (answer == nullptr) {
+    __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_ERROR, kTag, "Failed to open %s",
+                            kPerfinfoPath);
+    return false;
+  }
+  std::string line = readBounded(answer, kPerfinfoReadBytes, true);
+  std::fclose(answer);
+  if (line.empty()) {
+    return false;
+  }
+  unsigned long perfinfoKb = 0;
+  if (!parsePerfinfoPss(line, perfinfoKb)) {
+    __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_ERROR, kTag, "Failed to sscanf %s",
+                            kPerfinfoPath);
+    return false;
+  }
+  pssKb += perfinfoKb;
+  return true;
+}
+
+bool pidOf(std::string name, int& pid) {
+  std::vector<int> pids;
+  if (!getProcessList(pids) || pids.empty()) {
+    return false;
+  }
+  for (int candidate : pids) {
+    char candidateName[kProcessNameSize] = {};
+    if (getProcessName(candidate, candidateName) && name == candidateName) {
+      pid = candidate;
+      return true;
+    }
+  }
+  return false;
 }
 
 }  // namespace StatUtil

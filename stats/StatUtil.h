@@ -12,6 +12,7 @@
 #include <map>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace halvexd {
 
@@ -34,6 +35,39 @@ struct SysMeminfoKb {
   uint64_t kernelStack = 0;
   uint64_t pageTables = 0;
 };
+
+// The leading fields of /proc/<pid>/stat (the command name is not kept). The
+// fault and time counters, vsize and rsslim are 32 bits wide: the kernel's
+// larger values arrive truncated to their low 32 bits.
+struct ProcessStat {
+  int32_t pid = 0;
+  char state = 0;
+  int32_t ppid = 0;
+  int32_t pgrp = 0;
+  int32_t session = 0;
+  int32_t ttyNr = 0;
+  int32_t tpgid = 0;
+  uint32_t flags = 0;
+  uint32_t minflt = 0;
+  uint32_t cminflt = 0;
+  uint32_t majflt = 0;
+  uint32_t cmajflt = 0;
+  uint32_t utime = 0;  // clock ticks
+  uint32_t stime = 0;  // clock ticks
+  int32_t cutime = 0;
+  int32_t cstime = 0;
+  int32_t priority = 0;
+  int32_t nice = 0;
+  int32_t numThreads = 0;
+  int32_t itrealvalue = 0;
+  uint64_t starttime = 0;  // clock ticks since boot
+  uint32_t vsize = 0;      // bytes
+  int32_t rss = 0;         // pages
+  uint32_t rsslim = 0;
+};
+
+// Room for a process name: 31 characters and the terminating zero.
+constexpr size_t kProcessNameSize = 32;
 
 namespace StatUtil {
 
@@ -82,6 +116,53 @@ uint64_t getKsmRmapItemCnt();
 // name matched.
 bool getLmkStats(std::map<std::string, unsigned long>& stats);
 
+// Per-process readers. A process may end at any moment, so a missing
+// per-process file is an ordinary outcome: it gives false without a log line.
+
+// Appends the id of every numeric entry of /proc (an entry counts when its
+// name starts with a decimal number), in directory order; `pids` is not
+// cleared. False, after logging (error) "Could not open /proc", when /proc
+// cannot be listed; an empty /proc gives true.
+bool getProcessList(std::vector<int>& pids);
+
+// Appends the ids of the processes whose stat reads and whose rss is not 0;
+// kernel threads (rss 0) are thereby left out. False when /proc cannot be
+// listed, lists nothing, or no stat file could be read.
+bool getProcessListRss(std::vector<int>& pids);
+
+// Parses /proc/<pid>/stat into `stat`. False without a log when the file is
+// missing; false after logging (error) "Failed to parse /proc/<pid>/stat" when
+// it does not parse (then `stat` may be partly written).
+bool getProcessStat(int pid, ProcessStat& stat);
+
+// The first word of /proc/<pid>/comm. A binder thread's name says nothing
+// about the process, so a name containing "Binder" is replaced by the first
+// argument of the command line with its blanks removed, cut to its last 31
+// characters; "unknown" when that cannot be read or itself contains "Binder".
+// False, with `name` untouched, when comm is missing, empty, longer than 30
+// bytes or blank.
+bool getProcessName(int pid, char (&name)[kProcessNameSize]);
+
+// The first argument of /proc/<pid>/cmdline (arguments are separated by zero
+// bytes). False when the file is missing or empty. At most the first
+// kMaxCmdlineBytes of the file are read.
+bool getProcessCmdline(int pid, std::string& cmdline);
+
+// Proportional set size of `pid` in kB: the graphics memory that the memory
+// tracker reports (0 where it fails, after one error line) plus the kernel's
+// figure from /proc/perfinfo. The kernel file holds one selection for the
+// whole system: writing a pid selects the process, the next read answers
+// "Pss: <n> kB"; one process-wide lock keeps two callers from interleaving.
+// False after one error line when the file cannot be opened, written (after
+// four attempts one second apart), reopened or its answer parsed; false
+// without a line when it answers nothing. `pssKb` is set on entry and may
+// hold the graphics part after a false result.
+bool getProcessPss(int pid, unsigned long& pssKb);
+
+// The id of the first process, in /proc's order, whose getProcessName equals
+// `name` exactly. False when none does or /proc cannot be listed.
+bool pidOf(std::string name, int& pid);
+
 // Pure parsers behind the readers above.
 
 // Longest name a /proc/lmk_stats line may carry, colon included. A longer
@@ -107,6 +188,35 @@ bool parseFirstUnsigned(std::string_view text, unsigned long& value);
 // seeded name whose number is missing or unreadable is set to 0. True when at
 // least one entry was set.
 bool parseLmkStats(std::string_view text, std::map<std::string, unsigned long>& stats);
+
+// The longest part of /proc/<pid>/cmdline that is read. The kernel itself
+// served one page of arguments for years; a program's path fits in it.
+constexpr size_t kMaxCmdlineBytes = 4096;
+
+// Parses the text of /proc/<pid>/stat from its last ")" on (a command name may
+// hold blanks and parentheses of its own), the pid from the start. Numbers
+// wider than their field keep their low bits. False when there is no ")",
+// the pid does not parse, or fewer than 23 fields follow the name.
+bool parseProcessStat(std::string_view text, ProcessStat& stat);
+
+// The first word (at most 31 characters) of one line of /proc/<pid>/comm,
+// newline included in `line`. False, with `name` untouched, unless the line
+// holds 1 to 30 bytes and a word.
+bool parseProcessComm(std::string_view line, char (&name)[kProcessNameSize]);
+
+// The name that replaces a binder thread's: `cmdline` (the first argument, or
+// null when it could not be read) without blanks, cut to its last 31
+// characters; "unknown" when it is null or contains "Binder".
+std::string binderProcessName(const std::string* cmdline);
+
+// The first argument of raw /proc/<pid>/cmdline bytes: the first line (its
+// newline kept) up to the first zero byte. False when `raw` is empty.
+bool parseProcessCmdline(std::string_view raw, std::string& cmdline);
+
+// The figure of a "Pss: <n> kB" answer of /proc/perfinfo. False when the
+// answer does not start with "Pss:" followed by a decimal number that fits
+// 64 bits.
+bool parsePerfinfoPss(std::string_view line, unsigned long& pssKb);
 
 }  // namespace StatUtil
 }  // namespace halvexd
