@@ -67,7 +67,10 @@ DaemonProcess::DaemonProcess(const std::vector<std::string>& args,
   for (auto& line : envLines) envp.push_back(line.data());
   envp.push_back(nullptr);
 
-  std::vector<std::string> argStrings{HALVEXD_BINARY};
+  // A cross-built daemon runs under the same emulator as the tests.
+  std::vector<std::string> argStrings;
+  if (std::strlen(HALVEXD_EMULATOR) > 0) argStrings.push_back(HALVEXD_EMULATOR);
+  argStrings.push_back(HALVEXD_BINARY);
   argStrings.insert(argStrings.end(), args.begin(), args.end());
   std::vector<char*> argv;
   for (auto& arg : argStrings) argv.push_back(arg.data());
