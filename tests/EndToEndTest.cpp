@@ -20,10 +20,7 @@ using testing::DaemonProcess;
 using testing::LogRecord;
 using testing::TempDir;
 
-const std::string kTail =
-    ",_softwareVersion=;SY,_deviceType=;SY,_platform=;SY,_model=;SY,_buildType=;SY"
-    ",_marketPlaceId=;SY,_countryOfResidence=;SY,_deviceLanguage=;SY,_otaGroupName=;SY"
-    ",_timeZone=;SY,_deviceId=;SY,_customerId=;SY,_hardware=;SY:eu";
+const std::string kTail = testing::kDeviceTail + ":eu";
 
 // Moves the aggregate CPU counters on every 50 ms, three busy ticks for every
 // idle one, so any two samples of the daemon are 75 % apart. Each version of

@@ -9,16 +9,10 @@
 #include <vector>
 
 #include "config/HalvexConfig.h"
+#include "tests/support/MetricRecords.h"
 #include "tests/support/TestSupport.h"
 
 namespace halvexd::testing {
-
-// The device fields every structured record ends with, written empty; a
-// region, when set, follows as ":<region>".
-inline const std::string kDeviceTail =
-    ",_softwareVersion=;SY,_deviceType=;SY,_platform=;SY,_model=;SY,_buildType=;SY,"
-    "_marketPlaceId=;SY,_countryOfResidence=;SY,_deviceLanguage=;SY,_otaGroupName=;SY,"
-    "_timeZone=;SY,_deviceId=;SY,_customerId=;SY,_hardware=;SY";
 
 // A record as the metrics service sees it: buffer 8, info priority, our tag.
 inline LogRecord metricRecord(const std::string& message) {

@@ -5,13 +5,8 @@
 namespace halvexd::testing {
 namespace {
 
-const char* const kTail =
-    ",_softwareVersion=;SY,_deviceType=;SY,_platform=;SY,_model=;SY,_buildType=;SY"
-    ",_marketPlaceId=;SY,_countryOfResidence=;SY,_deviceLanguage=;SY,_otaGroupName=;SY"
-    ",_timeZone=;SY,_deviceId=;SY,_customerId=;SY,_hardware=;SY";
-
 std::string tail(const std::string& region) {
-  return region.empty() ? kTail : kTail + (":" + region);
+  return region.empty() ? kDeviceTail : kDeviceTail + ":" + region;
 }
 
 std::string header(const std::string& publishName) {

@@ -11,6 +11,13 @@
 
 namespace halvexd::testing {
 
+// The device fields every structured record ends with, written empty; a
+// region, when set, follows as ":<region>".
+inline const std::string kDeviceTail =
+    ",_softwareVersion=;SY,_deviceType=;SY,_platform=;SY,_model=;SY,_buildType=;SY,"
+    "_marketPlaceId=;SY,_countryOfResidence=;SY,_deviceLanguage=;SY,_otaGroupName=;SY,"
+    "_timeZone=;SY,_deviceId=;SY,_customerId=;SY,_hardware=;SY";
+
 // Adds a configuration record for `publishName`: plain interface `plain`,
 // structured interface `vedrix` with group "grpA", schema "schema.<name>",
 // key tag "metric" and value tag "value".
