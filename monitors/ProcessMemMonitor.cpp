@@ -1,0 +1,183 @@
+#include "monitors/ProcessMemMonitor.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "config/HalvexConfig.h"
+#include "daemon/SharedStrings.h"
+#include "platform/LogBuffers.h"
+
+namespace halvexd::processmemmonitor {
+namespace {
+
+constexpr const char* kTag = "halvexd:ProcessMemMonitor";
+
+// Metrics name this many of the largest measurements; the system-health
+// record carries the first kSystemHealthReported of them.
+constexpr size_t kMetricsReported = 11;
+constexpr size_t kSystemHealthReported = 3;
+// Names measured by one ordinary run.
+constexpr int64_t kBatchSize = 2;
+
+}  // namespace
+
+bool PssCompare(ProcessMemData a, ProcessMemData b) {
+  return a.pssKb > b.pssKb;
+}
+
+ProcessMemMonitor::ProcessMemMonitor(monitor_config config) : MonitorInterface(config) {
+  nameToPid.max_load_factor(1.0f);
+  SysMeminfoKb meminfo{};
+  if (StatUtil::getMeminfo(meminfo)) {
+    memTotalKb = meminfo.memTotal;
+  }
+}
+
+bool ProcessMemMonitor::init() {
+  return MonitorInterface::init();
+}
+
+bool ProcessMemMonitor::check(unsigned long tick, bool force) {
+  if (!force) {
+    if (!active) return true;
+    if (tickRemainder(tick, sampleIntervalTicks) != tickOffset) return true;
+  }
+  __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_DEBUG, kTag, "Running ProcessMemMonitor");
+  if (!getNewSnapshot(force)) {
+    return false;
+  }
+  log();
+  return true;
+}
+
+void ProcessMemMonitor::resetSampleData() {
+  pids.clear();
+  processNames.clear();
+  nameToPid.clear();
+  processMemData.clear();
+  batchIndex = 0;
+  needsReset = false;
+}
+
+bool ProcessMemMonitor::constructProcessLists() {
+  if (!StatUtil::getProcessListRss(pids)) {
+    return false;
+  }
+  for (int32_t pid : pids) {
+    char name[kProcessNameSize] = {};
+    if (!StatUtil::getProcessName(pid, name)) continue;
+    processNames.emplace_back(name);
+    nameToPid[name] = pid;
+  }
+  return true;
+}
+
+bool ProcessMemMonitor::getNewSnapshot(bool all) {
+  if (needsReset) {
+    resetSampleData();
+    if (!constructProcessLists()) {
+      return false;
+    }
+  }
+  // No names to walk: either no process's name could be read, or the last
+  // attempt to build the lists failed. Measure nothing and build the lists
+  // afresh on the next run.
+  if (processNames.empty()) {
+    needsReset = true;
+    return true;
+  }
+
+  const int64_t last = static_cast<int64_t>(processNames.size()) - 1;
+  int64_t first = 0;
+  int64_t end = last;
+  if (!all) {
+    first = kBatchSize * batchIndex;
+    end = first + 1;
+    if (end >= last) {
+      needsReset = true;  // the last batch of this cycle
+      if (first > last) {
+        ++batchIndex;
+        return true;
+      }
+      end = last;
+    }
+  }
+
+  for (int64_t i = first; i <= end; ++i) {
+    const std::string& name = processNames[static_cast<size_t>(i)];
+    auto recorded = nameToPid.find(name);
+    int32_t pid = recorded != nameToPid.end() ? recorded->second : 0;
+    char current[kProcessNameSize] = {};
+    if (StatUtil::getProcessName(pid, current) && name == current) {
+      measure(pid);
+      continue;
+    }
+    // The process has ended or its pid went to another program: the same
+    // program may run on under a new pid.
+    int found = 0;
+    if (StatUtil::pidOf(name, found)) {
+      measure(found);
+    }
+  }
+  ++batchIndex;
+  return true;
+}
+
+void ProcessMemMonitor::measure(int32_t pid) {
+  ProcessMemData data;
+  data.pid = pid;
+  StatUtil::getProcessName(pid, data.name);
+  unsigned long pssKb = 0;
+  if (!StatUtil::getProcessPss(pid, pssKb)) {
+    __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_ERROR, kTag,
+                            "Could not read the PSS for pid %d\n", pid);
+    return;
+  }
+  data.pssKb = pssKb;
+  processMemData.push_back(data);
+}
+
+void ProcessMemMonitor::log() {
+  if (processMemData.empty()) {
+    return;
+  }
+  std::sort(processMemData.begin(), processMemData.end(), PssCompare);
+
+  const bool structured = HalvexConfig::instance().vedrixConfig.enabled;
+  const size_t reported = std::min(processMemData.size(), kMetricsReported);
+  for (size_t i = 0; i < reported; ++i) {
+    const ProcessMemData& data = processMemData[i];
+    if (structured) {
+      metricLogger.emitVedrixMetricUint64(data.name, data.pssKb);
+      if (i < kSystemHealthReported && memTotalKb != 0) {
+        uint64_t percent = data.pssKb * 100 / memTotalKb;
+        sysHealthMetricLogger.appendStringToVec(
+            "mem_metric_values",
+            data.name + kFieldSeparator + std::to_string(percent) + kFieldSeparator +
+                std::to_string(data.pssKb),
+            kItemSeparator);
+      }
+    }
+    metricLogger.emitMetricUint64(data.name, data.pssKb);
+  }
+
+  sysHealthMetricLogger.appendStringToVec("mem_metric_type", "Process", kFieldSeparator);
+  sysHealthMetricLogger.appendStringToVec("mem_metric_keys", "AppName|percentage|usageKb",
+                                          kFieldSeparator);
+  sysHealthMetricLogger.appendUint64ToVec("mem_app_snapshot_period", sampleIntervalTicks);
+  sysHealthMetricLogger.emitVedrixMetricPairVec("mem_metric_keys");
+  sysHealthMetricLogger.publish("SysHealthMemoryUsage");
+  metricLogger.publish("PssKB");
+
+  __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_DEBUG, kTag, "\n%-20s %-5s : %-5s \n\n",
+                          "Process Name", "PID", "PSS in KB");
+  for (const ProcessMemData& data : processMemData) {
+    if (data.pssKb != 0) {
+      __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_INFO, kTag, "%-20s %-5i : %-5llu\n",
+                              data.name, data.pid, static_cast<unsigned long long>(data.pssKb));
+    }
+  }
+  processMemData.clear();
+}
+
+}  // namespace halvexd::processmemmonitor
