@@ -667,6 +667,9 @@ bool getProcessPss(int pid, unsigned long& pssKb) {
   while (std::fputs(pidText.c_str(), selection) < 0) {
     std::this_thread::sleep_for(std::chrono::seconds(1));
     if (attempts == kPerfinfoWriteAttempts) {
+      // A stream opened for update must be flushed between writing and
+      // reading.
+      std::fflush(selection);
       readBounded(selection, kPerfinfoReadBytes, true);
       std::fclose(selection);
       __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_ERROR, kTag, "Failed to write %s",

@@ -331,20 +331,6 @@ TEST_F(ProcessCpuMonitorTest, ProcessesComingAndGoing) {
   EXPECT_TRUE(monitor.processList.at(102)->isNew);
 }
 
-TEST_F(ProcessCpuMonitorTest, DroppedFigureStartsOverAsANewEntry) {
-  write(100, "surfaceflinger", 10, 10);
-  ASSERT_TRUE(runAt(1000));
-  write(100, "surfaceflinger", 20, 10);
-  ASSERT_TRUE(runAt(1000));  // same millisecond: infinite, dropped
-  EXPECT_EQ(monitor.processList.count(100), 0u);
-  ASSERT_TRUE(runAt(2000));  // back as a new entry, not yet measured
-  ASSERT_EQ(monitor.processList.count(100), 1u);
-  EXPECT_TRUE(monitor.processList.at(100)->isNew);
-  write(100, "surfaceflinger", 50, 10);
-  ASSERT_TRUE(runAt(3000));
-  EXPECT_FLOAT_EQ(monitor.processList.at(100)->cpuUsagePercent, 30.0f);
-}
-
 TEST_F(ProcessCpuMonitorTest, FailedListingKeepsTheTableAndReportsNothing) {
   testing::configureMetricRecord("CpuUsage", true, false);
   write(100, "surfaceflinger", 10, 10);
