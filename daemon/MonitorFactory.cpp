@@ -6,6 +6,8 @@
 #include "monitors/CpuUsageMonitor.h"
 #include "monitors/DiskUsageMonitor.h"
 #include "monitors/MemoryUsageMonitor.h"
+#include "monitors/ProcessCpuMonitor.h"
+#include "monitors/ProcessMemMonitor.h"
 #include "monitors/SystemMemMonitor.h"
 #include "platform/LogBuffers.h"
 
@@ -29,6 +31,14 @@ struct MonitorRow {
 // With 30-second ticks: 20 ticks are ten minutes, 120 an hour, 2880 a day.
 // The offsets spread monitors of equal intervals over different ticks.
 const MonitorRow kMonitorTable[] = {
+    {"ProcessCpuMonitor", 120, 120, 120, 0,
+     [](const monitor_config& c) -> MonitorInterface* {
+       return new processcpumonitor::ProcessCpuMonitor(c);
+     }},
+    {"ProcessMemMonitor", 120, 120, 120, 1,
+     [](const monitor_config& c) -> MonitorInterface* {
+       return new processmemmonitor::ProcessMemMonitor(c);
+     }},
     {"SystemMemMonitor", 120, 120, 120, 2,
      [](const monitor_config& c) -> MonitorInterface* {
        return new systemmemmonitor::SystemMemMonitor(c);

@@ -123,12 +123,14 @@ TEST_F(EndToEndTest, UsageMonitorsReportOnTheirOffsetsWithEveryRecord) {
             (std::vector<std::string>{
                 testing::plainRecord("MemoryUsageMonitorTablet", "MemoryUsageMonitor", memory)}));
 
-  EXPECT_EQ(metricMessages(records, "hx_health:hx_health_cpu_v2:100:"),
+  // The per-process CPU monitor shares the health record's name; its samples
+  // start with their snapshot period, the system-wide ones with their keys.
+  EXPECT_EQ(metricMessages(records, "hx_health:hx_health_cpu_v2:100:metricKeys="),
             (std::vector<std::string>{
                 "hx_health:hx_health_cpu_v2:100:metricKeys=CpuSys.P50|CpuSys.P90|CpuSys.P99;SY,"
                 "metricType=System;SY,metricValues=76|76|76;SY,aggregationPeriod=2880;IN" +
                 kTail}));
-  EXPECT_EQ(metricMessages(records, "hx_health:hx_health_mem_v2:100:"),
+  EXPECT_EQ(metricMessages(records, "hx_health:hx_health_mem_v2:100:metricKeys="),
             (std::vector<std::string>{
                 "hx_health:hx_health_mem_v2:100:metricKeys=MemSys.P50|MemSys.P90|MemSys.P99;SY,"
                 "metricType=System;SY,metricValues=55|55|55;SY,aggregationPeriod=2880;IN" +

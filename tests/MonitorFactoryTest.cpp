@@ -7,6 +7,8 @@
 #include "monitors/CpuUsageMonitor.h"
 #include "monitors/DiskUsageMonitor.h"
 #include "monitors/MemoryUsageMonitor.h"
+#include "monitors/ProcessCpuMonitor.h"
+#include "monitors/ProcessMemMonitor.h"
 #include "monitors/SystemMemMonitor.h"
 #include "platform/LogBuffers.h"
 #include "tests/support/TestSupport.h"
@@ -24,6 +26,8 @@ struct Expected {
 };
 
 const Expected kTable[] = {
+    {"ProcessCpuMonitor", typeid(processcpumonitor::ProcessCpuMonitor), 120, 120, 120, 0},
+    {"ProcessMemMonitor", typeid(processmemmonitor::ProcessMemMonitor), 120, 120, 120, 1},
     {"SystemMemMonitor", typeid(systemmemmonitor::SystemMemMonitor), 120, 120, 120, 2},
     {"CpuUsageMonitor", typeid(cpuusagemonitor::CpuUsageMonitor), 1, 2880, 20, 3},
     {"MemoryUsageMonitor", typeid(memoryusagemonitor::MemoryUsageMonitor), 1, 2880, 20, 4},
