@@ -1,5 +1,8 @@
 #include "daemon/MonitorInterface.h"
 
+#include "config/HalvexConfig.h"
+#include "daemon/SharedStrings.h"
+
 namespace halvexd {
 namespace {
 
@@ -52,6 +55,26 @@ std::string MonitorInterface::getBucketMetricName(unsigned char low, unsigned ch
 void MonitorInterface::resetMetricDistribution() {
   percentageCalculator->resetValues();
   bucketCalculator->resetValues();
+}
+
+void MonitorInterface::reportUsageDistribution(const UsageReportNames& names) {
+  auto metrics = getPeriodicMetrics();
+  resetMetricDistribution();
+  const std::string stem = names.fieldStem;
+  const bool structured = HalvexConfig::instance().vedrixConfig.enabled;
+  for (const auto& [metricName, value] : metrics) {
+    metricLogger.emitMetricUint64(metricName, value);
+    if (structured) {
+      metricLogger.emitVedrixMetricUint64(metricName, value);
+      sysHealthMetricLogger.appendPercentileToVec(stem + "_metric_keys", names.prefix, metricName,
+                                                  stem + "_metric_values", std::to_string(value));
+    }
+  }
+  sysHealthMetricLogger.appendStringToVec(stem + "_metric_type", "System", kFieldSeparator);
+  sysHealthMetricLogger.appendUint64ToVec(names.periodKey, metricReportIntervalTicks);
+  sysHealthMetricLogger.emitVedrixMetricPairVec(stem + "_metric_keys");
+  sysHealthMetricLogger.publish(names.healthName);
+  metricLogger.publish(names.plainName);
 }
 
 }  // namespace halvexd

@@ -83,6 +83,22 @@ class MonitorInterface {
  protected:
   MonitorInterface() = default;
   explicit MonitorInterface(const monitor_config& config);
+
+  // Field keys and publish names of a usage monitor's report.
+  struct UsageReportNames {
+    const char* prefix;       // "CpuSys": names the percentiles in the health sample
+    const char* fieldStem;    // "cpu": the sample's fields are "<stem>_metric_keys" and so on
+    const char* periodKey;    // "cpu_sys_aggregation_period"
+    const char* healthName;   // "SysHealthCpuUsage"
+    const char* plainName;    // "CpuUsageMonitor"
+  };
+
+  // The report of the two usage monitors: the distribution since the last
+  // report (which is then cleared) as plain values, with the structured
+  // service on also as structured values and as percentiles in the
+  // system-health sample; the sample is published first, then the plain
+  // values.
+  void reportUsageDistribution(const UsageReportNames& names);
 };
 
 }  // namespace halvexd

@@ -6,7 +6,6 @@
 #include <limits>
 #include <string>
 
-#include "config/HalvexConfig.h"
 #include "daemon/SharedStrings.h"
 #include "platform/Sysroot.h"
 
@@ -99,22 +98,8 @@ bool CpuUsageMonitor::check(unsigned long tick, bool force) {
 }
 
 void CpuUsageMonitor::log() {
-  auto metrics = getPeriodicMetrics();
-  resetMetricDistribution();
-  bool structured = HalvexConfig::instance().vedrixConfig.enabled;
-  for (const auto& [metricName, value] : metrics) {
-    metricLogger.emitMetricUint64(metricName, value);
-    if (structured) {
-      metricLogger.emitVedrixMetricUint64(metricName, value);
-      sysHealthMetricLogger.appendPercentileToVec("cpu_metric_keys", "CpuSys", metricName,
-                                                  "cpu_metric_values", std::to_string(value));
-    }
-  }
-  sysHealthMetricLogger.appendStringToVec("cpu_metric_type", "System", kFieldSeparator);
-  sysHealthMetricLogger.appendUint64ToVec("cpu_sys_aggregation_period", metricReportIntervalTicks);
-  sysHealthMetricLogger.emitVedrixMetricPairVec("cpu_metric_keys");
-  sysHealthMetricLogger.publish("SysHealthCpuUsage");
-  metricLogger.publish(kModuleName);
+  reportUsageDistribution(
+      {"CpuSys", "cpu", "cpu_sys_aggregation_period", "SysHealthCpuUsage", kModuleName.c_str()});
 }
 
 }  // namespace halvexd::cpuusagemonitor

@@ -3,7 +3,6 @@
 #include <cmath>
 #include <string>
 
-#include "config/HalvexConfig.h"
 #include "daemon/SharedStrings.h"
 #include "stats/StatUtil.h"
 
@@ -63,22 +62,8 @@ bool MemoryUsageMonitor::check(unsigned long tick, bool force) {
 }
 
 void MemoryUsageMonitor::log() {
-  auto metrics = getPeriodicMetrics();
-  resetMetricDistribution();
-  bool structured = HalvexConfig::instance().vedrixConfig.enabled;
-  for (const auto& [metricName, value] : metrics) {
-    metricLogger.emitMetricUint64(metricName, value);
-    if (structured) {
-      metricLogger.emitVedrixMetricUint64(metricName, value);
-      sysHealthMetricLogger.appendPercentileToVec("mem_metric_keys", "MemSys", metricName,
-                                                  "mem_metric_values", std::to_string(value));
-    }
-  }
-  sysHealthMetricLogger.appendStringToVec("mem_metric_type", "System", kFieldSeparator);
-  sysHealthMetricLogger.appendUint64ToVec("mem_sys_aggregation_period", metricReportIntervalTicks);
-  sysHealthMetricLogger.emitVedrixMetricPairVec("mem_metric_keys");
-  sysHealthMetricLogger.publish("SysHealthMemoryUsage");
-  metricLogger.publish("MemoryUsageMonitor");
+  reportUsageDistribution(
+      {"MemSys", "mem", "mem_sys_aggregation_period", "SysHealthMemoryUsage", "MemoryUsageMonitor"});
 }
 
 }  // namespace halvexd::memoryusagemonitor
