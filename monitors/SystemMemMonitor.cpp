@@ -94,9 +94,11 @@ bool SystemMemMonitor::getNewSnapshot() {
   snapshot[kKsmOverhead] =
       (StatUtil::getKsmRmapItemCnt() * StatUtil::getObjectSizeOfKsmRmapItem()) >> 10;
   // Merging can cost more in rmap items than it saves; that is no saving,
-  // not a negative one.
+  // not a negative one. The difference is taken in 64 bits and then read as
+  // signed: the same figure as a signed subtraction, without overflowing when
+  // a garbled counter is near the 64-bit limit.
   int64_t saving =
-      static_cast<int64_t>(snapshot[kKsmPagesSharing]) - static_cast<int64_t>(snapshot[kKsmOverhead]);
+      static_cast<int64_t>(snapshot[kKsmPagesSharing] - snapshot[kKsmOverhead]);
   snapshot[kKsmSaving] = saving > 0 ? static_cast<uint64_t>(saving) : 0;
   return true;
 }
