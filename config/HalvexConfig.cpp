@@ -65,13 +65,18 @@ void readKeyOrValueMetric(const cJSON* object, const char* key, HalvexConfig::Ve
 
 // A JSON null in an array is a placeholder, not an empty record: it is
 // skipped like a missing element.
+//
+// Arrays are walked element by element along cJSON's list. Asking for the
+// size and then for each element by index walks the list from its start
+// every time: a 1 MiB file of half a million array elements would keep the
+// daemon's start-up busy for minutes.
 bool isAbsent(const cJSON* element) {
   return element == nullptr || cJSON_IsNull(element);
 }
 
 void readMetricDescriptors(const cJSON* array, std::vector<HalvexConfig::VedrixMetric>& metrics) {
-  for (int i = 0; i < cJSON_GetArraySize(array); ++i) {
-    const cJSON* element = cJSON_GetArrayItem(array, i);
+  const cJSON* element = nullptr;
+  cJSON_ArrayForEach(element, array) {
     if (isAbsent(element)) {
       continue;
     }
@@ -206,8 +211,8 @@ int HalvexConfig::parseJsonData(cJSON* root) {
   }
   // Not type-checked: an object here is walked member by member like an
   // array, and a string or number has no elements.
-  for (int i = 0; i < cJSON_GetArraySize(monitors); ++i) {
-    const cJSON* element = cJSON_GetArrayItem(monitors, i);
+  const cJSON* element = nullptr;
+  cJSON_ArrayForEach(element, monitors) {
     if (isAbsent(element)) {
       continue;
     }
