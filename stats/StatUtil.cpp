@@ -135,25 +135,31 @@ void forEachLine(std::string_view text, LineFn onLine) {
   }
 }
 
-// Feeds each line of the device file at `path` to `onLine`, reading line by
-// line so that a long file never sits whole in memory. False when the file
-// cannot be opened.
+// The longest part of a table file (meminfo, lmk_stats) that is read. A
+// meminfo is under 2 KiB, and lines of any length up to this are read whole;
+// a file that goes on and on (a character device, a runaway file, a line
+// without end) is cut here instead of being read until memory runs out. The
+// line cut at the bound is still parsed as it stands.
+constexpr size_t kTableReadBytes = 8 * 1024 * 1024;
+
+// Feeds each line of the device file at `path` to `onLine`, reading at most
+// kTableReadBytes of it. False when the file cannot be opened.
 template <typename LineFn>
 bool forEachLineOfFile(const char* path, LineFn onLine) {
   FILE* file = std::fopen(sysrootPath(path).c_str(), "r");
   if (file == nullptr) {
     return false;
   }
-  char* buffer = nullptr;
-  size_t capacity = 0;
-  ssize_t length;
-  while ((length = getline(&buffer, &capacity, file)) != -1) {
-    std::string_view line(buffer, static_cast<size_t>(length));
-    if (!line.empty() && line.back() == '\n') line.remove_suffix(1);
-    onLine(line);
+  std::string text;
+  char chunk[4096];
+  size_t got;
+  while (text.size() < kTableReadBytes &&
+         (got = std::fread(chunk, 1, std::min(sizeof(chunk), kTableReadBytes - text.size()),
+                           file)) > 0) {
+    text.append(chunk, got);
   }
-  std::free(buffer);
   std::fclose(file);
+  forEachLine(text, onLine);
   return true;
 }
 
