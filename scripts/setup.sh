@@ -3,7 +3,8 @@
 # what is missing. Run as root (or with sudo available).
 set -euo pipefail
 
-packages=(build-essential cmake pkg-config libcjson-dev libgtest-dev libgmock-dev libbenchmark-dev)
+packages=(build-essential cmake pkg-config libcjson-dev libgtest-dev libgmock-dev libbenchmark-dev
+          clang libclang-rt-14-dev)
 
 missing=()
 for package in "${packages[@]}"; do

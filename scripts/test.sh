@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds, and runs the whole test suite: first the
 # normal build (build/), then the same suite under AddressSanitizer,
-# UndefinedBehaviorSanitizer and LeakSanitizer (build-asan/).
+# UndefinedBehaviorSanitizer and LeakSanitizer (build-asan/), then every
+# libFuzzer target for a few seconds on a copy of its seed corpus
+# (build-fuzz/, see scripts/fuzz.sh).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 jobs="$(nproc)"
@@ -19,5 +21,8 @@ stage "sanitizer build and tests"
 cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DHALVEXD_SANITIZE=ON >/dev/null
 cmake --build build-asan -j"$jobs"
 ctest --test-dir build-asan --output-on-failure -j"$jobs"
+
+stage "fuzzing"
+bash scripts/fuzz.sh
 
 stage "done"
