@@ -3,7 +3,8 @@
 # normal build (build/), then the same suite under AddressSanitizer,
 # UndefinedBehaviorSanitizer and LeakSanitizer (build-asan/), then every
 # libFuzzer target for a few seconds on a copy of its seed corpus
-# (build-fuzz/, see scripts/fuzz.sh).
+# (build-fuzz/, see scripts/fuzz.sh), and last the 64-bit Arm build under
+# emulation (build-arm64/, see scripts/test-arm64.sh).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 jobs="$(nproc)"
@@ -24,5 +25,8 @@ ctest --test-dir build-asan --output-on-failure -j"$jobs"
 
 stage "fuzzing"
 bash scripts/fuzz.sh
+
+stage "64-bit Arm build and tests under emulation"
+bash scripts/test-arm64.sh
 
 stage "done"
