@@ -6,20 +6,20 @@
 // signal's default action), and the log must hold only whole records: every
 // line one JSON object, every metric record ending with ":NR" or with the
 // device fields of a structured record.
-#include <fcntl.h>
+#include <cjson/cJSON.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/statvfs.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <cjson/cJSON.h>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <mutex>
+#include <map>
 #include <random>
 #include <string>
 #include <thread>
