@@ -1,10 +1,16 @@
 #!/usr/bin/env bash
 # Installs what building and testing halvexd needs on a Debian machine, only
-# what is missing. Run as root (or with sudo available).
+# what is missing. Run as root (or with sudo available). With arguments, it
+# installs those packages instead; a name like "libfoo:arm64" first enables
+# that foreign architecture.
 set -euo pipefail
 
-packages=(build-essential cmake pkg-config libcjson-dev libgtest-dev libgmock-dev libbenchmark-dev
-          clang libclang-rt-14-dev)
+if [ $# -gt 0 ]; then
+  packages=("$@")
+else
+  packages=(build-essential cmake pkg-config libcjson-dev libgtest-dev libgmock-dev libbenchmark-dev
+            clang libclang-rt-14-dev)
+fi
 
 missing=()
 for package in "${packages[@]}"; do
@@ -12,12 +18,21 @@ for package in "${packages[@]}"; do
     missing+=("$package")
   fi
 done
+[ ${#missing[@]} -gt 0 ] || exit 0
 
-if [ ${#missing[@]} -gt 0 ]; then
-  echo "Installing: ${missing[*]}"
-  as_root=()
-  [ "$(id -u)" -eq 0 ] || as_root=(sudo)
-  export DEBIAN_FRONTEND=noninteractive
-  "${as_root[@]}" apt-get update -q
-  "${as_root[@]}" apt-get install -y -q --no-install-recommends "${missing[@]}"
-fi
+echo "Installing: ${missing[*]}"
+as_root=()
+[ "$(id -u)" -eq 0 ] || as_root=(sudo)
+export DEBIAN_FRONTEND=noninteractive
+for package in "${missing[@]}"; do
+  case "$package" in
+    *:*)
+      arch="${package##*:}"
+      if ! dpkg --print-foreign-architectures | grep -qx "$arch"; then
+        "${as_root[@]}" dpkg --add-architecture "$arch"
+      fi
+      ;;
+  esac
+done
+"${as_root[@]}" apt-get update -q
+"${as_root[@]}" apt-get install -y -q --no-install-recommends "${missing[@]}"

@@ -6,24 +6,8 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-packages=(g++-aarch64-linux-gnu qemu-user libc6-dev:arm64 libcjson-dev:arm64 libgtest-dev:arm64)
-missing=()
-for package in "${packages[@]}"; do
-  if ! dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'install ok installed'; then
-    missing+=("$package")
-  fi
-done
-if [ ${#missing[@]} -gt 0 ]; then
-  echo "Installing: ${missing[*]}"
-  as_root=()
-  [ "$(id -u)" -eq 0 ] || as_root=(sudo)
-  export DEBIAN_FRONTEND=noninteractive
-  if ! dpkg --print-foreign-architectures | grep -qx arm64; then
-    "${as_root[@]}" dpkg --add-architecture arm64
-  fi
-  "${as_root[@]}" apt-get update -q
-  "${as_root[@]}" apt-get install -y -q --no-install-recommends "${missing[@]}"
-fi
+bash scripts/setup.sh g++-aarch64-linux-gnu qemu-user libc6-dev:arm64 libcjson-dev:arm64 \
+  libgtest-dev:arm64
 
 export QEMU_LD_PREFIX=/usr/aarch64-linux-gnu
 cmake -S . -B build-arm64 -DCMAKE_TOOLCHAIN_FILE=cmake/aarch64-linux-gnu.cmake \
