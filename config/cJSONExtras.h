@@ -23,7 +23,8 @@ extern "C" {
 //   - the file holds a NUL byte (the text would otherwise end early at it,
 //     and a valid prefix would hide whatever follows);
 //   - the text is not one valid JSON value, white space aside: anything after
-//     the value makes the file invalid.
+//     the value makes the file invalid. "White space" is the parser's: every
+//     byte up to 0x20, so trailing control bytes (but no NUL) are accepted.
 // `options` is reserved and must be 0. Nothing is logged; callers report.
 cJSON* cJSON_Parse_File(const char* path, int options);
 
