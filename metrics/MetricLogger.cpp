@@ -200,8 +200,9 @@ void MetricLogger::uploadZelVedrixMetric(const std::string& name) {
   buildVedrixMetricVec(vedrixMetricsPairVec, name);
 }
 
-void MetricLogger::buildVedrixMetricVec(std::map<std::string, FieldVector>& store,
-                                        const std::string& monitorName) {
+template <typename Store, typename BodyOf>
+void MetricLogger::writeStructuredStore(Store& store, const std::string& monitorName,
+                                        BodyOf bodyOf) {
   if (store.empty()) {
     return;
   }
@@ -212,12 +213,21 @@ void MetricLogger::buildVedrixMetricVec(std::map<std::string, FieldVector>& stor
     return;
   }
   for (auto& entry : store) {
-    std::string body = this->buildVedrixMetricVecBodyString(entry.second, monitorName);
+    std::string body = bodyOf(entry);
     if (!body.empty()) {
       writeRecord(header + body + tail);
     }
   }
   store.clear();
+}
+
+void MetricLogger::buildVedrixMetricVec(std::map<std::string, FieldVector>& store,
+                                        const std::string& monitorName) {
+  // The body comes from the logger's own kind: the system-health logger
+  // matches fields by name.
+  writeStructuredStore(store, monitorName, [&](std::pair<const std::string, FieldVector>& entry) {
+    return this->buildVedrixMetricVecBodyString(entry.second, monitorName);
+  });
 }
 
 template <typename T>
@@ -237,22 +247,9 @@ std::string MetricLogger::formatTrazMetricMap(std::map<std::string, T>& store, b
 template <typename T>
 void MetricLogger::uploadVedrixMetricMap(std::map<std::string, T>& store,
                                          const std::string& monitorName, const std::string& type) {
-  if (store.empty()) {
-    return;
-  }
-  std::string header = buildVedrixMetricHeaderString(monitorName);
-  std::string tail = buildVedrixMetricTailString();
-  if (header.empty() || tail.empty()) {
-    forgetVedrixRecordPieces();
-    return;
-  }
-  for (const auto& entry : store) {
-    std::string body = buildVedrixMetricBodyString<T>(entry.first, entry.second, type);
-    if (!body.empty()) {
-      writeRecord(header + body + tail);
-    }
-  }
-  store.clear();
+  writeStructuredStore(store, monitorName, [&](const std::pair<const std::string, T>& entry) {
+    return buildVedrixMetricBodyString<T>(entry.first, entry.second, type);
+  });
 }
 
 void MetricLogger::forgetVedrixRecordPieces() {

@@ -122,6 +122,12 @@ class MetricLogger {
   void uploadVedrixMetricMap(std::map<std::string, T>& store, const std::string& monitorName,
                              const std::string& type);
 
+  // The steps both structured uploads share: header and tail for
+  // `monitorName`, one record per entry whose body (from `bodyOf`) is not
+  // empty, then the store emptied; without a header the store is kept.
+  template <typename Store, typename BodyOf>
+  void writeStructuredStore(Store& store, const std::string& monitorName, BodyOf bodyOf);
+
   // Drops the cached tail and the loaded tags, so that the next upload reads
   // them from the configuration again.
   void forgetVedrixRecordPieces();
