@@ -38,6 +38,10 @@ bool CpuUsageCompare(ProcessListEntry* a, ProcessListEntry* b) {
 ProcessCpuMonitor::ProcessCpuMonitor(monitor_config config) : MonitorInterface(config) {
   long ticksPerSecond = sysconf(_SC_CLK_TCK);
   msPerClockTick = ticksPerSecond > 0 ? static_cast<uint32_t>(1000 / ticksPerSecond) : 0;
+  // Asked once: the number of configured CPUs is fixed while the system
+  // runs, and the C library answers it by reading a sysfs file, which would
+  // be a third file per process on every snapshot.
+  configuredCpus = sysconf(_SC_NPROCESSORS_CONF);
 }
 
 bool ProcessCpuMonitor::init() {
@@ -126,8 +130,8 @@ void ProcessCpuMonitor::updateEntry(ProcessListEntry* entry, const ProcessStat& 
 
   // One process cannot keep more than every CPU busy; a figure above that
   // (two samples in the same millisecond, a counter that jumped) is dropped.
-  long cpus = sysconf(_SC_NPROCESSORS_CONF);
-  if (cpus >= 0 && entry->cpuUsagePercent > static_cast<float>(cpus * 100)) {
+  if (configuredCpus >= 0 &&
+      entry->cpuUsagePercent > static_cast<float>(configuredCpus * 100)) {
     __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_ERROR, kTag,
                             "Cpu usage percent value %f is invalid, delete it",
                             static_cast<double>(entry->cpuUsagePercent));

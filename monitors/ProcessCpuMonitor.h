@@ -64,6 +64,9 @@ class ProcessCpuMonitor : public MonitorInterface {
   std::map<int32_t, std::unique_ptr<ProcessListEntry>> processList;
   // Milliseconds per clock tick, in whole milliseconds (10 at 100 Hz).
   uint32_t msPerClockTick = 0;
+  // CPUs the system is configured with; a process cannot use more than
+  // this many times 100 %.
+  long configuredCpus = 0;
 
  private:
   std::function<uint64_t()> uptimeMillis = StatUtil::getUptimeMillis;

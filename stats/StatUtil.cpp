@@ -1,8 +1,10 @@
 #include "stats/StatUtil.h"
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <memtrack/memtrack.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -39,7 +41,7 @@ constexpr const char* kKsmOtherPageCounts[] = {"pages_shared", "pages_unshared",
 constexpr size_t kSingleValueReadBytes = 4096;
 
 struct MeminfoKey {
-  const char* name;
+  std::string_view name;  // compared once per line of a 50-line file: no strlen
   uint64_t SysMeminfoKb::*field;
 };
 
@@ -125,6 +127,35 @@ bool skipInteger(std::string_view& rest) {
 
 static_assert(sizeof(unsigned long) == sizeof(uint64_t), "counters are 64-bit on this target");
 
+// Up to `maxBytes` of the file at `path` (a host path), cut after the first
+// newline when `oneLine` is set; false when it cannot be opened. Scans read
+// two or three of these for every process on the device, so files are read
+// with plain read calls in page-sized chunks: a stdio stream would allocate
+// its own buffer and ask for the file's status first, and reading it a
+// character at a time takes its lock once per character.
+bool readDeviceFile(const std::string& path, size_t maxBytes, bool oneLine, std::string& text) {
+  int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) {
+    return false;
+  }
+  text.clear();
+  char chunk[4096];
+  while (text.size() < maxBytes) {
+    ssize_t got = read(fd, chunk, std::min(sizeof(chunk), maxBytes - text.size()));
+    if (got < 0 && errno == EINTR) continue;
+    if (got <= 0) break;
+    std::string_view received(chunk, static_cast<size_t>(got));
+    size_t newline = oneLine ? received.find('\n') : std::string_view::npos;
+    if (newline != std::string_view::npos) {
+      text.append(received.substr(0, newline + 1));
+      break;
+    }
+    text.append(received);
+  }
+  close(fd);
+  return true;
+}
+
 template <typename LineFn>
 void forEachLine(std::string_view text, LineFn onLine) {
   while (!text.empty()) {
@@ -146,19 +177,10 @@ constexpr size_t kTableReadBytes = 8 * 1024 * 1024;
 // kTableReadBytes of it. False when the file cannot be opened.
 template <typename LineFn>
 bool forEachLineOfFile(const char* path, LineFn onLine) {
-  FILE* file = std::fopen(sysrootPath(path).c_str(), "r");
-  if (file == nullptr) {
+  std::string text;
+  if (!readDeviceFile(sysrootPath(path), kTableReadBytes, false, text)) {
     return false;
   }
-  std::string text;
-  char chunk[4096];
-  size_t got;
-  while (text.size() < kTableReadBytes &&
-         (got = std::fread(chunk, 1, std::min(sizeof(chunk), kTableReadBytes - text.size()),
-                           file)) > 0) {
-    text.append(chunk, got);
-  }
-  std::fclose(file);
   forEachLine(text, onLine);
   return true;
 }
@@ -175,13 +197,12 @@ void applyMeminfoLine(std::string_view line, SysMeminfoKb& out) {
   // Names are compared whole, so a name longer than every key (or one that
   // merely starts like a key) never matches.
   std::string_view name = nextWord(line);
-  uint64_t value = 0;
-  if (name.empty() || !nextUnsigned(line, value)) {
-    return;
-  }
   for (const MeminfoKey& key : kMeminfoKeys) {
     if (name == key.name) {
-      out.*key.field = value;
+      uint64_t value = 0;
+      if (nextUnsigned(line, value)) {
+        out.*key.field = value;
+      }
       return;
     }
   }
@@ -327,16 +348,9 @@ std::string readBounded(FILE* file, size_t maxBytes, bool oneLine) {
   return text;
 }
 
-// The per-process file `file` of `pid` read as by readBounded; false when it
-// cannot be opened.
+// The per-process file `file` of `pid` read as by readDeviceFile.
 bool readProcPidFile(int pid, const char* file, size_t maxBytes, bool oneLine, std::string& text) {
-  FILE* stream = std::fopen(sysrootPath(procPidPath(pid, file).c_str()).c_str(), "r");
-  if (stream == nullptr) {
-    return false;
-  }
-  text = readBounded(stream, maxBytes, oneLine);
-  std::fclose(stream);
-  return true;
+  return readDeviceFile(sysrootPath(procPidPath(pid, file).c_str()), maxBytes, oneLine, text);
 }
 
 void copyName(const std::string& source, char (&name)[kProcessNameSize]) {
