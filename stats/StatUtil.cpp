@@ -185,14 +185,6 @@ bool forEachLineOfFile(const char* path, LineFn onLine) {
   return true;
 }
 
-// The start of an open file, at most kSingleValueReadBytes.
-std::string readHead(FILE* file) {
-  std::string text(kSingleValueReadBytes, '\0');
-  size_t got = std::fread(text.data(), 1, text.size(), file);
-  text.resize(got);
-  return text;
-}
-
 void applyMeminfoLine(std::string_view line, SysMeminfoKb& out) {
   // Names are compared whole, so a name longer than every key (or one that
   // merely starts like a key) never matches.
@@ -232,12 +224,10 @@ bool applyLmkLine(std::string_view line, std::map<std::string, unsigned long>& s
 // unparsable (one debug line).
 bool readZramFile(const char* path, bool (*parse)(std::string_view, unsigned long&),
                   unsigned long& out) {
-  FILE* file = std::fopen(sysrootPath(path).c_str(), "r");
-  if (file == nullptr) {
+  std::string text;
+  if (!readDeviceFile(sysrootPath(path), kSingleValueReadBytes, false, text)) {
     return false;
   }
-  std::string text = readHead(file);
-  std::fclose(file);
   if (!parse(text, out)) {
     __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_DEBUG, kTag, "warning: failed to parse %s",
                             path);
@@ -474,14 +464,12 @@ bool getZramMemUsedKb(unsigned long& out) {
 
 bool getUintValueFromFile(unsigned long& out, const char* path) {
   errno = 0;
-  FILE* file = std::fopen(sysrootPath(path).c_str(), "r");
-  if (file == nullptr) {
+  std::string text;
+  if (!readDeviceFile(sysrootPath(path), kSingleValueReadBytes, false, text)) {
     __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_ERROR, kTag, "file open error is - %s\n",
                             std::strerror(errno));
     return false;
   }
-  std::string text = readHead(file);
-  std::fclose(file);
   parseFirstUnsigned(text, out);
   return true;
 }
