@@ -308,6 +308,8 @@ TEST(ProcessNameTest, CommLinesOfOneToThirtyBytesWithAWord) {
       {"  surfaceflinger\n", "surfaceflinger", "leading blanks skipped"},
       {"a\0b\n"s, "a", "a zero byte ends the name"},
       {"a\nsecond line\n", "a", "the first line only"},
+      {"surfaceflinger\n" + std::string(40, 'y') + "\n", "surfaceflinger",
+       "what follows the first line does not count against its length"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.why);
