@@ -9,7 +9,7 @@
 #           its cpu, memory, df and processes plugins at the same interval;
 #   5       idle cost: CPU time and wake-ups over 60 one-second ticks on
 #           which no monitor is due.
-# Installs what is missing (Debian, root). Takes about five minutes.
+# Installs what is missing (Debian, root). Takes about two minutes.
 #   bash scripts/bench.sh [--quick]   (--quick: short runs, for trying it out)
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -18,7 +18,7 @@ quick=false
 [ "${1:-}" = "--quick" ] && quick=true
 
 bash scripts/setup.sh
-bash scripts/setup.sh procps collectd-core python3
+bash scripts/setup.sh collectd-core python3
 bash scripts/build.sh
 
 out=build/bench
