@@ -292,7 +292,8 @@ bool MetricRecordParser::parseFields(const std::string& body, DecodedRecord& rec
   for (size_t index = 0; index < fields.size(); ++index) {
     const std::string& field = fields[index];
     const std::string position = "field " + std::to_string(index + 1);
-    if (field.empty()) {
+    // Two commas in a row: the piece between them is an empty FIELD.
+    if (field.empty() || field[0] == ',') {
       error = position + " is empty";
       return false;
     }

@@ -36,7 +36,10 @@ int RecordDecoder::run(std::istream& in, std::ostream& out, std::ostream& err) {
   }
   if (mode == Mode::Check) {
     out << tally.records << " metric records checked, " << tally.malformed << " malformed";
-    if (tally.tooLong > 0) out << ", " << tally.tooLong << " lines too long to read";
+    if (tally.tooLong > 0) {
+      out << ", " << tally.tooLong << (tally.tooLong == 1 ? " line" : " lines")
+          << " too long to read";
+    }
     out << "\n";
   }
   return tally.malformed > 0 || tally.tooLong > 0 ? 1 : 0;
