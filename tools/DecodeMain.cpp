@@ -1,5 +1,7 @@
 // halvex-decode: the metric records of a log, one value per line.
+#include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <memory>
@@ -88,6 +90,11 @@ int main(int argc, char** argv) {
   std::ifstream file;
   std::istream* in = &std::cin;
   if (logGiven && logPath != "-") {
+    std::error_code ignored;
+    if (std::filesystem::is_directory(logPath, ignored)) {
+      std::cerr << "halvex-decode: cannot read " << logPath << ": it is a directory\n";
+      return 2;
+    }
     file.open(logPath, std::ios::binary);
     if (!file) {
       std::cerr << "halvex-decode: cannot open " << logPath << ": " << std::strerror(errno) << "\n";
