@@ -6,6 +6,13 @@
 // Structured record: <group>:<schema>:100:<body><device fields>[:<region>]
 //   body, one value:  <key tag>=<metric name>;SY,<value tag>=<value><type tag>
 //   body, FIELDs:     <tag>=<value><type tag>,<tag>=<value><type tag>,...
+//
+// Where the pieces cannot be told apart for certain, the parser reads them
+// one fixed way: the group id ends at the first ':' and the schema id at the
+// next ":100:"; the device fields are found by their last occurrence; a
+// plain metric name ends at its last '=' (names keep '=' and ',', the values
+// are numbers); a FIELD ends at a type tag followed by ',' or the end, so
+// FIELD values may hold ',' unless their type has no tag.
 #pragma once
 
 #include <string>
