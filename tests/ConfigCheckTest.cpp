@@ -1,0 +1,179 @@
+// The configuration checker on configurations that hit each way a record is
+// or is not written: the exact line it prints for each, and its exit status.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <sstream>
+
+#include "config/HalvexConfig.h"
+#include "tests/support/TabletReport.h"
+#include "tools/ConfigChecker.h"
+#include "tools/ConfigFileLoader.h"
+
+namespace halvexd {
+namespace {
+
+using tools::ConfigChecker;
+
+struct Checked {
+  int status;
+  std::vector<std::string> lines;
+  size_t written;
+};
+
+Checked checkFile(const std::string& path) {
+  std::string error;
+  EXPECT_TRUE(tools::ConfigFileLoader::load(path, error)) << error;
+  ConfigChecker::Report report = ConfigChecker::check();
+  std::ostringstream out;
+  Checked checked{ConfigChecker::print(report, out), {}, 0};
+  std::istringstream lines(out.str());
+  std::string line;
+  while (std::getline(lines, line)) checked.lines.push_back(line);
+  checked.written = std::count_if(report.findings.begin(), report.findings.end(),
+                                  [](const ConfigChecker::Finding& f) { return f.written; });
+  HalvexConfig::instance().resetConfig();
+  return checked;
+}
+
+TEST(ConfigCheckTest, EachCaseGetsItsLineAndTheExitStatusFollowsSilentNames) {
+  struct Row {
+    const char* proves;
+    std::string file;
+    int status;
+    size_t written;
+    std::vector<std::string> lines;
+  };
+  const Row rows[] = {
+      {"the tablet's configuration writes every record of every name",
+       testing::tabletConfigPath(), 0, 17,
+       {"structured service: enabled, region \"eu\", default group \"hx_tablet\"",
+        "SysHealthCpuUsage (ProcessCpuMonitor)",
+        "  structured system-health record: written, group \"hx_health\", schema \"hx_health_cpu_v2\"",
+        "PercentageUsed (DiskUsageMonitor)",
+        "  plain record: written, as \"DiskUsageMonitorTablet:PercentageUsed:...:NR\"",
+        "  structured multi-field records: written, group \"hx_tablet\", schema \"hx_disk_v1\"",
+        "every configured name writes records"}},
+      {"the structured service off silences a system-health name",
+       "configs/structured-service-off.json", 1, 1,
+       {"structured service: disabled, region \"eu\", default group \"hx_tablet\"",
+        "  plain record: written, as \"SystemMemMonitorTablet:SystemMemMonitor:...:NR\"",
+        "  structured single-value records: not written: structured service disabled "
+        "(\"VedrixConfig\" \"Enabled\" is not true)",
+        "  structured system-health record: not written: structured service disabled "
+        "(\"VedrixConfig\" \"Enabled\" is not true)",
+        "configured name \"SysHealthStorageUsage\" writes nothing: no record of any kind is "
+        "written under it"}},
+      {"a system-health name with its plain interface on writes nothing, for both monitors",
+       "configs/health-name-with-plain-on.json", 1, 0,
+       {"SysHealthCpuUsage (ProcessCpuMonitor)",
+        "  structured system-health record: not written: plain interface active "
+        "(\"TRAZ_Metric_Interface\" \"Active\" is true): a system-health record is written only "
+        "while it is inactive",
+        "SysHealthCpuUsage (CpuUsageMonitor)",
+        "  plain record: not written: no configuration record \"CpuUsageMonitor\"",
+        "configured name \"SysHealthCpuUsage\" writes nothing: no record of any kind is written "
+        "under it"}},
+      {"each interface switched off on its own; a name with both off writes nothing",
+       "configs/interfaces-switched-off.json", 1, 2,
+       {"CpuUsageMonitor (CpuUsageMonitor)",
+        "  plain record: written, as \"CpuUsageMonitorTablet:CpuUsageMonitor:...:NR\"",
+        "  structured single-value records: not written: Vedrix interface inactive "
+        "(\"Vedrix_Metric_Interface\" \"Active\" is not true)",
+        "PssKB (ProcessMemMonitor)",
+        "  plain record: not written: plain interface inactive (\"TRAZ_Metric_Interface\" "
+        "\"Active\" is not true)",
+        "  structured single-value records: written, group \"hx_tablet\", schema \"hx_proc_pss_v1\"",
+        "configured name \"CpuUsage\" writes nothing: no record of any kind is written under it"}},
+      {"descriptors missing by name and by position, trailing commas, a missing key tag",
+       "configs/descriptor-gaps.json", 1, 4,
+       {"  structured system-health record: written, group \"hx_health\", schema "
+        "\"hx_health_storage_v2\"",
+        "  structured system-health record: warning: descriptor missing for field "
+        "\"storage_snapshot_period\", so the field is left out",
+        "  structured system-health record: warning: the last field is left out, so the body "
+        "ends in a comma before the device fields",
+        "  structured multi-field records: warning: descriptor missing for field \"percent_used\": "
+        "position 2 is described as \"percentUsed\", so the field is left out",
+        "  structured multi-field records: warning: the last field is left out, so the body ends "
+        "in a comma before the device fields",
+        "  structured single-value records: not written: \"Metric_Key\" has no \"DimensionTag\", "
+        "so every body is empty",
+        "  structured system-health record: not written: no descriptor matches a field the "
+        "monitor sends, so the body is empty",
+        "configured name \"SysHealthMemoryUsage\" writes nothing: no record of any kind is "
+        "written under it"}},
+      {"names the daemon never publishes, \"VMPRESSURE\" ones and a record without a name",
+       "configs/names-the-daemon-never-publishes.json", 1, 1,
+       {"configured name \"\" writes nothing: a record without \"MetricName\": the daemon "
+        "publishes under no empty name",
+        "configured name \"PercentUsed\" writes nothing: the daemon publishes under no such name",
+        "configured name \"VMPRESSURE_low\" writes nothing: the daemon publishes under no such "
+        "name (every name containing \"VMPRESSURE\" would share the one \"VMPRESSURE\" record "
+        "for its plain record, but the daemon publishes none)"}},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.proves);
+    std::string path = row.file.rfind("configs/", 0) == 0 ? testing::fixturePath(row.file) : row.file;
+    Checked checked = checkFile(path);
+    EXPECT_EQ(checked.status, row.status);
+    EXPECT_EQ(checked.written, row.written);
+    for (const std::string& line : row.lines) {
+      EXPECT_NE(std::find(checked.lines.begin(), checked.lines.end(), line), checked.lines.end())
+          << "missing line: " << line;
+    }
+  }
+}
+
+TEST(ConfigCheckTest, PositionalFieldsNeedAsManyDescriptorsAsFields) {
+  HalvexConfig& config = HalvexConfig::instance();
+  config.resetConfig();
+  config.vedrixConfig.enabled = true;
+  auto& disk = config.monitorConfigs["PercentageUsed"];
+  disk.metricName = "PercentageUsed";
+  disk.vedrixMetricInterface.active = true;
+  disk.vedrixMetricInterface.metrics = {{"partition_path", "p", "str"},
+                                        {"percent_used", "u", "int"},
+                                        {"total", "t", "int"}};
+  ConfigChecker::Report report = ConfigChecker::check();
+  auto found = std::find_if(report.findings.begin(), report.findings.end(),
+                            [](const ConfigChecker::Finding& f) {
+                              return f.recordKind == "structured multi-field records";
+                            });
+  ASSERT_NE(found, report.findings.end());
+  EXPECT_FALSE(found->written);
+  EXPECT_EQ(found->detail,
+            "2 fields sent, 3 descriptors configured: fields are matched by position, so the "
+            "counts must be equal");
+  config.resetConfig();
+}
+
+TEST(ConfigCheckTest, FilesTheDaemonWouldNotLoadAreRefused) {
+  testing::TempDir dir;
+  struct Row {
+    const char* proves;
+    std::string contents;
+    std::string error;
+  };
+  const Row rows[] = {
+      {"not JSON", "{\"MonitorConfig\": [", ": cannot be read, is larger than 1048576 bytes, or is not one JSON value"},
+      {"a second value after the first", "{} {}", ": cannot be read, is larger than 1048576 bytes, or is not one JSON value"},
+      {"no \"VedrixConfig\"", "{\"MonitorConfig\": []}",
+       ": \"MonitorConfig\" or \"VedrixConfig\" is missing; the daemon would not accept this file"},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.proves);
+    std::string path = dir.write("config.json", row.contents);
+    std::string error;
+    EXPECT_FALSE(tools::ConfigFileLoader::load(path, error));
+    EXPECT_EQ(error, path + row.error);
+  }
+  std::string error;
+  EXPECT_FALSE(tools::ConfigFileLoader::load(dir.path() + "/absent.json", error));
+  EXPECT_EQ(error, dir.path() + "/absent.json: cannot be read, is larger than 1048576 bytes, or "
+                                "is not one JSON value");
+  HalvexConfig::instance().resetConfig();
+}
+
+}  // namespace
+}  // namespace halvexd
