@@ -21,4 +21,4 @@ cmake --build build-arm64 -j"$(nproc)"
 #   for ever inside thread creation, even for a program that only starts and
 #   joins one thread. They all run in the native build.
 ctest --test-dir build-arm64 --output-on-failure -j"$(nproc)" \
-  -E 'Soak|SignalTrial|ConcurrentWriters|PerfinfoTest|ProcessMemMonitorTest|DefaultConfigTest|EndToEndTest.UsageMonitors'
+  -E 'Soak|SignalTrial|ConcurrentWriters|PerfinfoTest|ProcessMemMonitorTest|DefaultConfigTest|EndToEndTest.UsageMonitors|RecordRoundTripTest|MetricCatalogueTest'
