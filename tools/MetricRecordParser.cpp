@@ -1,7 +1,14 @@
 #include "tools/MetricRecordParser.h"
 
 #include <cctype>
+#include <locale>
+#include <map>
+#include <set>
+#include <sstream>
+#include <utility>
 #include <vector>
+
+#include "tools/DaemonPublishNames.h"
 
 namespace halvexd::tools {
 
@@ -58,24 +65,39 @@ bool allDigits(const std::string& text, size_t from, size_t to) {
 
 }  // namespace
 
-bool MetricRecordParser::isRecordNumber(const std::string& text) {
-  size_t i = 0;
-  if (i < text.size() && text[i] == '-') ++i;
-  std::string rest = text.substr(i);
-  if (rest == "nan" || rest == "inf") return true;
-  size_t mantissaEnd = text.find('e', i);
-  if (mantissaEnd == std::string::npos) mantissaEnd = text.size();
-  size_t dot = text.find('.', i);
-  if (dot != std::string::npos && dot < mantissaEnd) {
-    if (!allDigits(text, i, dot) || !allDigits(text, dot + 1, mantissaEnd)) return false;
-  } else if (!allDigits(text, i, mantissaEnd)) {
-    return false;
+bool MetricRecordParser::isUnsignedDecimal(const std::string& text) {
+  if (!allDigits(text, 0, text.size())) return false;
+  if (text.size() > 1 && text[0] == '0') return false;
+  // At most what a uint64 holds.
+  const std::string kMax = "18446744073709551615";
+  return text.size() < kMax.size() || (text.size() == kMax.size() && text <= kMax);
+}
+
+bool MetricRecordParser::isStreamDouble(const std::string& text) {
+  if (text == "nan" || text == "-nan" || text == "inf" || text == "-inf") return true;
+  // Only digits, one sign, '.', 'e' and '+' can appear; anything else (hex,
+  // "infinity", blanks) is refused before the round trip.
+  if (text.empty() || text.size() > 32) return false;
+  for (char c : text) {
+    if (!std::isdigit(static_cast<unsigned char>(c)) && c != '-' && c != '+' && c != '.' &&
+        c != 'e') {
+      return false;
+    }
   }
-  if (mantissaEnd == text.size()) return true;
-  // Exponent: a sign and at least two digits, as the stream writes it.
-  size_t e = mantissaEnd + 1;
-  if (e >= text.size() || (text[e] != '+' && text[e] != '-')) return false;
-  return text.size() - (e + 1) >= 2 && allDigits(text, e + 1, text.size());
+  std::istringstream in(text);
+  in.imbue(std::locale::classic());
+  double value = 0;
+  in >> value;
+  if (in.fail() || in.peek() != std::char_traits<char>::eof()) return false;
+  // What the daemon's stream writes for that double must be the text itself.
+  std::ostringstream out;
+  out.imbue(std::locale::classic());
+  out << value;
+  return out.str() == text;
+}
+
+bool MetricRecordParser::isRecordNumber(const std::string& text) {
+  return isUnsignedDecimal(text) || isStreamDouble(text);
 }
 
 bool MetricRecordParser::parse(const std::string& message, DecodedRecord& record,
@@ -194,17 +216,19 @@ bool MetricRecordParser::parseStructured(const std::string& message, size_t tail
     }
     record.region = afterTail.substr(1);
   }
+  // The header, read in order: the group up to the first ':', the schema up
+  // to the next, then "100:".
   const std::string head = message.substr(0, tailAt);
   size_t groupEnd = head.find(':');
-  size_t headerEnd =
-      groupEnd == std::string::npos ? std::string::npos : head.find(kHeaderEnding, groupEnd);
-  if (headerEnd == std::string::npos) {
+  size_t schemaEnd = groupEnd == std::string::npos ? std::string::npos : head.find(':', groupEnd + 1);
+  if (schemaEnd == std::string::npos || head.compare(schemaEnd + 1, kHeaderEnding.size() - 1,
+                                                     kHeaderEnding, 1, std::string::npos) != 0) {
     error = "structured record without the header \"<group>:<schema>:100:\"";
     return false;
   }
   record.group = head.substr(0, groupEnd);
-  record.schema = head.substr(groupEnd + 1, headerEnd - groupEnd - 1);
-  const std::string body = head.substr(headerEnd + kHeaderEnding.size());
+  record.schema = head.substr(groupEnd + 1, schemaEnd - groupEnd - 1);
+  const std::string body = head.substr(schemaEnd + kHeaderEnding.size());
   if (body.empty()) {
     error = "structured record with an empty body";
     return false;
@@ -212,50 +236,252 @@ bool MetricRecordParser::parseStructured(const std::string& message, size_t tail
 
   const HalvexConfig::MonitorConfig* configured =
       attributor == nullptr ? nullptr : attributor->recordFor(record.group, record.schema);
-  if (configured != nullptr) record.publishName = configured->metricName;
+  if (configured == nullptr) return parseUnconfigured(body, record, error);
+  record.publishName = configured->metricName;
+  return parseConfigured(body, *configured, record, error);
+}
 
-  // One value: "<key tag>=<name>;SY,<value tag>=<number><type tag>". A metric
-  // name holds no ';', so the first ";SY," ends it.
+bool MetricRecordParser::readSingleValue(const std::string& body, const std::string& keyTag,
+                                         const std::string& valueTag, DecodedValue& single,
+                                         std::string& error) {
+  // "<key tag>=<name>;SY,<value tag>=<value><type tag>": the name holds no
+  // ';' (the emit step replaced it), so the first ';' ends it.
+  if (body.compare(0, keyTag.size() + 1, keyTag + "=") != 0) return false;
+  size_t nameEnd = body.find(';', keyTag.size() + 1);
+  const std::string between = ";SY," + valueTag + "=";
+  if (nameEnd == std::string::npos || body.compare(nameEnd, between.size(), between) != 0) {
+    return false;
+  }
+  single = DecodedValue();
+  single.keyTag = keyTag;
+  single.valueTag = valueTag;
+  single.metric = body.substr(keyTag.size() + 1, nameEnd - keyTag.size() - 1);
+  std::string rest = body.substr(nameEnd + between.size());
+  single.typeTag = typeTagAtEnd(rest);
+  single.value = rest.substr(0, rest.size() - (single.typeTag.empty() ? 0 : 3));
+  const std::string what = "single value " + quoted(single.metric);
+  if (single.metric.empty()) {
+    error = "single value with an empty metric name";
+  } else if (single.typeTag.empty()) {
+    error = what + " has no type tag (the daemon writes \";IN\" or \";FL\")";
+  } else if (single.typeTag != "IN" && single.typeTag != "FL") {
+    error = what + " has the type tag \";" + single.typeTag +
+            "\" (the daemon writes \";IN\" or \";FL\")";
+  } else if (single.typeTag == "IN" && !isUnsignedDecimal(single.value)) {
+    error = what + ": \";IN\" value " + quoted(single.value) +
+            " is not an unsigned decimal as the daemon writes it";
+  } else if (single.typeTag == "FL" && !isStreamDouble(single.value)) {
+    error = what + ": \";FL\" value " + quoted(single.value) +
+            " is not a double as the daemon writes it (six significant digits, shortest form)";
+  } else {
+    error.clear();
+  }
+  return true;
+}
+
+bool MetricRecordParser::parseUnconfigured(const std::string& body, DecodedRecord& record,
+                                           std::string& error) const {
+  // One value when the body has its shape with a value the daemon could
+  // have written; FIELDs otherwise, as they may hold the same pieces.
   size_t keyEnd = body.find('=');
   size_t nameEnd = keyEnd == std::string::npos ? std::string::npos : body.find(";SY,", keyEnd);
-  if (nameEnd != std::string::npos) {
-    DecodedValue single;
-    single.keyTag = body.substr(0, keyEnd);
-    single.metric = body.substr(keyEnd + 1, nameEnd - keyEnd - 1);
-    std::string rest = body.substr(nameEnd + 4);
-    size_t valueTagEnd = rest.find('=');
-    single.typeTag = typeTagAtEnd(rest);
-    if (valueTagEnd != std::string::npos) {
-      single.valueTag = rest.substr(0, valueTagEnd);
-      size_t valueEnd = rest.size() - (single.typeTag.empty() ? 0 : 3);
-      single.value = valueEnd > valueTagEnd ? rest.substr(valueTagEnd + 1, valueEnd - valueTagEnd - 1)
-                                            : std::string();
-    }
-    bool shaped = valueTagEnd != std::string::npos && !single.keyTag.empty() &&
-                  !single.metric.empty() && !single.valueTag.empty() &&
-                  single.metric.find(';') == std::string::npos &&
-                  single.valueTag.find(',') == std::string::npos &&
-                  isRecordNumber(single.value);
-    bool configuredSingle =
-        configured != nullptr &&
-        !configured->vedrixMetricInterface.metricKey.dimensionTag.empty() &&
-        configured->vedrixMetricInterface.metricKey.dimensionTag == single.keyTag &&
-        configured->vedrixMetricInterface.metricValue.dimensionTag == single.valueTag;
-    if (shaped && (configured == nullptr || configuredSingle)) {
-      record.form = StructuredForm::SingleValue;
-      record.values.push_back(single);
-      return true;
+  if (nameEnd != std::string::npos && keyEnd > 0) {
+    size_t valueTagEnd = body.find('=', nameEnd + 4);
+    if (valueTagEnd != std::string::npos && valueTagEnd > nameEnd + 4) {
+      const std::string valueTag = body.substr(nameEnd + 4, valueTagEnd - nameEnd - 4);
+      DecodedValue single;
+      std::string singleError;
+      if (valueTag.find(',') == std::string::npos &&
+          readSingleValue(body, body.substr(0, keyEnd), valueTag, single, singleError) &&
+          singleError.empty()) {
+        record.form = StructuredForm::SingleValue;
+        record.values.push_back(single);
+        return true;
+      }
     }
   }
   record.form = StructuredForm::Fields;
-  return parseFields(body, record, error);
+  return parseFieldsBestEffort(body, record, error);
 }
 
-bool MetricRecordParser::parseFields(const std::string& body, DecodedRecord& record,
-                                     std::string& error) const {
-  // A FIELD ends at its type tag; a value may hold ',' of its own (process
-  // names do), so only a ',' right after a type tag separates two FIELDs.
-  // FIELDs of a type without a tag can only be told apart by ','.
+bool MetricRecordParser::parseConfigured(const std::string& body,
+                                         const HalvexConfig::MonitorConfig& configured,
+                                         DecodedRecord& record, std::string& error) const {
+  const HalvexConfig::VedrixMetricInterface& vedrix = configured.vedrixMetricInterface;
+  DecodedValue single;
+  std::string singleError;
+  bool singleShaped = !vedrix.metricKey.dimensionTag.empty() &&
+                      !vedrix.metricValue.dimensionTag.empty() &&
+                      readSingleValue(body, vedrix.metricKey.dimensionTag,
+                                      vedrix.metricValue.dimensionTag, single, singleError);
+  if (singleShaped && singleError.empty()) {
+    record.form = StructuredForm::SingleValue;
+    record.values.push_back(single);
+    return true;
+  }
+  record.form = StructuredForm::Fields;
+  std::string fieldsError;
+  if (parseFieldsByDescriptors(body, configured, record, fieldsError)) return true;
+  error = singleShaped ? singleError : fieldsError;
+  return false;
+}
+
+namespace {
+
+// The type tag the daemon writes after a value of a descriptor type: none
+// for a type other than these five.
+std::string typeTagOf(const std::string& type) {
+  if (type == "str") return ";SY";
+  if (type == "int") return ";IN";
+  if (type == "float") return ";FL";
+  if (type == "bool") return ";BO";
+  if (type == "ts") return ";TI";
+  return std::string();
+}
+
+// One FIELD the daemon may write for a record: its descriptor and what may
+// follow it.
+struct FieldSlot {
+  const HalvexConfig::VedrixMetric* descriptor;
+  std::string tagText;  // "<tag>="
+  std::string typeTag;  // ";IN" ... or empty for a type without one
+  bool commaAfter;      // the FIELD may be followed by ','
+  bool mayEnd;          // the body may end right after the FIELD
+};
+
+// Splits a body into FIELDs that fit `slots` in order, any of them left out.
+// Values are read shortest first; a reading that cannot finish the body is
+// undone, so a value holding a separator is read whole when only that reading
+// fits. The step bound keeps bodies built to defeat it from taking long.
+class FieldSplitter {
+ public:
+  struct Chosen {
+    size_t slot;
+    size_t valueAt;
+    size_t valueEnd;
+  };
+
+  FieldSplitter(const std::string& body, const std::vector<FieldSlot>& slots)
+      : body(body), slots(slots) {}
+
+  // True with `chosen` filled, one entry per FIELD in body order.
+  bool split() {
+    chosen.clear();
+    return from(0, 0);
+  }
+
+  bool exhausted() const { return steps > kMaxSteps; }
+
+  std::vector<Chosen> chosen;
+
+ private:
+  static constexpr size_t kMaxSteps = 200000;
+
+  bool from(size_t slot, size_t at) {
+    if (at == body.size()) return !chosen.empty();
+    if (slot == slots.size() || ++steps > kMaxSteps) return false;
+    if (failed.count({slot, at}) != 0) return false;
+    const FieldSlot& field = slots[slot];
+    if (body.compare(at, field.tagText.size(), field.tagText) == 0) {
+      const size_t valueAt = at + field.tagText.size();
+      if (field.commaAfter) {
+        const std::string ending = field.typeTag + ",";
+        for (size_t end = body.find(ending, valueAt); end != std::string::npos;
+             end = body.find(ending, end + 1)) {
+          chosen.push_back({slot, valueAt, end});
+          if (from(slot + 1, end + ending.size())) return true;
+          chosen.pop_back();
+          if (exhausted()) return false;
+        }
+      }
+      if (field.mayEnd && body.size() >= valueAt + field.typeTag.size() &&
+          body.compare(body.size() - field.typeTag.size(), field.typeTag.size(), field.typeTag) ==
+              0) {
+        chosen.push_back({slot, valueAt, body.size() - field.typeTag.size()});
+        return true;
+      }
+    }
+    // Left out: a field without its descriptor writes nothing.
+    if (from(slot + 1, at)) return true;
+    failed.insert({slot, at});
+    return false;
+  }
+
+  const std::string& body;
+  const std::vector<FieldSlot>& slots;
+  std::set<std::pair<size_t, size_t>> failed;
+  size_t steps = 0;
+};
+
+bool isSystemHealthName(const std::string& name) {
+  for (const PublishNameUse& use : daemonPublishNames()) {
+    if (use.publishName == name && use.kind == PublishNameUse::Kind::SystemHealth) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+bool MetricRecordParser::parseFieldsByDescriptors(const std::string& body,
+                                                  const HalvexConfig::MonitorConfig& configured,
+                                                  DecodedRecord& record, std::string& error) {
+  const std::vector<HalvexConfig::VedrixMetric>& metrics = configured.vedrixMetricInterface.metrics;
+  const bool health = isSystemHealthName(configured.metricName);
+  std::vector<FieldSlot> slots;
+  if (health) {
+    // The system-health logger writes its fields in field-name order, each
+    // with the last descriptor of that name, ',' after every one but the
+    // last field sent (which may have had no descriptor).
+    std::map<std::string, const HalvexConfig::VedrixMetric*> byName;
+    for (const HalvexConfig::VedrixMetric& metric : metrics) byName[metric.name] = &metric;
+    for (const auto& [name, metric] : byName) {
+      slots.push_back({metric, metric->dimensionTag + "=", typeTagOf(metric->type), true, true});
+    }
+  } else {
+    // The multi-field body: descriptors by position, ',' after every one but
+    // the last position, whether its field was written or not.
+    for (size_t i = 0; i < metrics.size(); ++i) {
+      const bool last = i + 1 == metrics.size();
+      slots.push_back({&metrics[i], metrics[i].dimensionTag + "=", typeTagOf(metrics[i].type),
+                       !last, last});
+    }
+  }
+  const std::string order = health ? "in field-name order" : "in descriptor order";
+  if (slots.empty()) {
+    error = "configuration record " + quoted(configured.metricName) +
+            " has no descriptors, so no multi-field body fits it";
+    return false;
+  }
+  FieldSplitter splitter(body, slots);
+  if (!splitter.split()) {
+    error = splitter.exhausted()
+                ? "body " + quoted(body) + " has too many readings to split by the descriptors of " +
+                      quoted(configured.metricName)
+                : "body " + quoted(body) + " does not fit the descriptors of " +
+                      quoted(configured.metricName) + " (FIELDs \"<tag>=<value><type tag>\" " +
+                      order + ")";
+    return false;
+  }
+  for (const FieldSplitter::Chosen& chosen : splitter.chosen) {
+    const FieldSlot& slot = slots[chosen.slot];
+    DecodedValue value;
+    value.metric = slot.descriptor->name;
+    value.valueTag = slot.descriptor->dimensionTag;
+    value.typeTag = slot.typeTag.empty() ? std::string() : slot.typeTag.substr(1);
+    value.value = body.substr(chosen.valueAt, chosen.valueEnd - chosen.valueAt);
+    record.values.push_back(value);
+  }
+  // A left-out last field leaves the ',' after the one before it.
+  const FieldSplitter::Chosen& last = splitter.chosen.back();
+  record.trailingComma = last.valueEnd + slots[last.slot].typeTag.size() != body.size();
+  return true;
+}
+
+bool MetricRecordParser::parseFieldsBestEffort(const std::string& body, DecodedRecord& record,
+                                               std::string& error) const {
+  // Without the descriptors a FIELD ends at its type tag followed by ','; a
+  // value may hold ',' of its own (process names do). FIELDs of a type
+  // without a tag can only be told apart by ','.
   std::vector<std::string> fields;
   size_t start = 0;
   size_t i = 0;
@@ -287,10 +513,20 @@ bool MetricRecordParser::parseFields(const std::string& body, DecodedRecord& rec
     record.trailingComma = true;
     fields.pop_back();
   }
-  const HalvexConfig::MonitorConfig* configured =
-      attributor == nullptr ? nullptr : attributor->recordFor(record.group, record.schema);
-  for (size_t index = 0; index < fields.size(); ++index) {
-    const std::string& field = fields[index];
+  // A string value may hold ",", even ";IN," (process names are written as
+  // they are): a piece without '=' that ends a string value continues the
+  // FIELD before it.
+  std::vector<std::string> merged;
+  for (const std::string& field : fields) {
+    if (!merged.empty() && !field.empty() && field.find('=') == std::string::npos &&
+        typeTagAtEnd(field) == "SY") {
+      merged.back() += "," + field;
+    } else {
+      merged.push_back(field);
+    }
+  }
+  for (size_t index = 0; index < merged.size(); ++index) {
+    const std::string& field = merged[index];
     const std::string position = "field " + std::to_string(index + 1);
     // Two commas in a row: the piece between them is an empty FIELD.
     if (field.empty() || field[0] == ',') {
@@ -311,10 +547,7 @@ bool MetricRecordParser::parseFields(const std::string& body, DecodedRecord& rec
     value.typeTag = typeTagAtEnd(field);
     value.value = field.substr(equals + 1, field.size() - equals - 1 -
                                               (value.typeTag.empty() ? 0 : 3));
-    if (configured != nullptr) {
-      value.metric = StructuredRecordAttributor::descriptorNameFor(*configured, value.valueTag);
-    }
-    if (value.metric.empty()) value.metric = value.valueTag;
+    value.metric = value.valueTag;
     record.values.push_back(value);
   }
   return true;
