@@ -7,6 +7,7 @@
 
 #include "config/HalvexConfig.h"
 #include "tests/support/TabletReport.h"
+#include "tools/ConfigCheckCommand.h"
 #include "tools/ConfigChecker.h"
 #include "tools/ConfigFileLoader.h"
 
@@ -148,31 +149,91 @@ TEST(ConfigCheckTest, PositionalFieldsNeedAsManyDescriptorsAsFields) {
   config.resetConfig();
 }
 
-TEST(ConfigCheckTest, FilesTheDaemonWouldNotLoadAreRefused) {
+struct CheckRun {
+  int status;
+  std::vector<std::string> lines;
+  std::string err;
+};
+
+CheckRun runCheck(const std::vector<std::string>& args) {
+  std::ostringstream out, err;
+  CheckRun run{tools::runConfigCheck(args, out, err), {}, err.str()};
+  std::istringstream lines(out.str());
+  std::string line;
+  while (std::getline(lines, line)) run.lines.push_back(line);
+  HalvexConfig::instance().resetConfig();
+  return run;
+}
+
+TEST(ConfigCheckTest, AFileThatFailsToLoadIsReportedAsTheDaemonRunsWithIt) {
   testing::TempDir dir;
+  const std::string daemonWould =
+      "; the daemon would log \"WARN: Failed to load config file\" and run with ";
+  const std::string unreadable =
+      ": cannot be read, is larger than 1048576 bytes, or is not one JSON value" + daemonWould +
+      "an empty configuration";
+  const std::string pssPlain = "  plain record: written, as \"ProcessMemMonitorTablet:PssKB:...:NR\"";
+  const std::string pssNotConfigured = "  plain record: not written: no configuration record \"PssKB\"";
   struct Row {
     const char* proves;
-    std::string contents;
-    std::string error;
+    std::string contents;  // empty: the file does not exist
+    std::string warning;   // after the path
+    std::string reportLine;
   };
   const Row rows[] = {
-      {"not JSON", "{\"MonitorConfig\": [", ": cannot be read, is larger than 1048576 bytes, or is not one JSON value"},
-      {"a second value after the first", "{} {}", ": cannot be read, is larger than 1048576 bytes, or is not one JSON value"},
-      {"no \"VedrixConfig\"", "{\"MonitorConfig\": []}",
-       ": \"MonitorConfig\" or \"VedrixConfig\" is missing; the daemon would not accept this file"},
+      {"no \"VedrixConfig\": the monitor records are kept and their plain records written",
+       "{\"MonitorConfig\": [{\"MetricName\": \"PssKB\", \"TRAZ_Metric_Interface\": "
+       "{\"Active\": true}}]}",
+       ": \"VedrixConfig\" is missing" + daemonWould +
+           "the monitor records read before it (structured service disabled)",
+       pssPlain},
+      {"no \"MonitorConfig\": nothing is read",
+       "{\"VedrixConfig\": {\"Enabled\": true}}",
+       ": \"MonitorConfig\" is missing" + daemonWould + "an empty configuration", pssNotConfigured},
+      {"not JSON", "{\"MonitorConfig\": [", unreadable, pssNotConfigured},
+      {"a second value after the first", "{} {}", unreadable, pssNotConfigured},
+      {"a file that is not there", "", unreadable, pssNotConfigured},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.proves);
-    std::string path = dir.write("config.json", row.contents);
-    std::string error;
-    EXPECT_FALSE(tools::ConfigFileLoader::load(path, error));
-    EXPECT_EQ(error, path + row.error);
+    std::string path =
+        row.contents.empty() ? dir.path() + "/absent.json" : dir.write("config.json", row.contents);
+    CheckRun run = runCheck({path});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.err, "");
+    ASSERT_GE(run.lines.size(), 2u);
+    EXPECT_EQ(run.lines[0], "warning: " + path + row.warning);
+    EXPECT_EQ(run.lines[1].rfind("structured service: ", 0), 0u) << run.lines[1];
+    EXPECT_NE(std::find(run.lines.begin(), run.lines.end(), row.reportLine), run.lines.end())
+        << "missing line: " << row.reportLine;
   }
-  std::string error;
-  EXPECT_FALSE(tools::ConfigFileLoader::load(dir.path() + "/absent.json", error));
-  EXPECT_EQ(error, dir.path() + "/absent.json: cannot be read, is larger than 1048576 bytes, or "
-                                "is not one JSON value");
-  HalvexConfig::instance().resetConfig();
+}
+
+TEST(ConfigCheckTest, ExitStatusTwoIsForBadUsageOnly) {
+  struct Row {
+    const char* proves;
+    std::vector<std::string> args;
+    int status;
+  };
+  const Row rows[] = {
+      {"no file", {}, 2},
+      {"two files", {"a.json", "b.json"}, 2},
+      {"an option", {"--all"}, 2},
+      {"an empty name", {""}, 2},
+      {"the tablet's configuration passes", {testing::tabletConfigPath()}, 0},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.proves);
+    CheckRun run = runCheck(row.args);
+    EXPECT_EQ(run.status, row.status);
+    if (row.status == 2) {
+      EXPECT_EQ(run.lines, std::vector<std::string>());
+      EXPECT_EQ(run.err.rfind("halvex-config-check: one configuration file expected\n", 0), 0u);
+    } else {
+      EXPECT_EQ(run.err, "");
+      EXPECT_EQ(run.lines.back(), "every configured name writes records");
+    }
+  }
 }
 
 }  // namespace

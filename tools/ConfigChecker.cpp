@@ -198,6 +198,10 @@ ConfigChecker::Report ConfigChecker::check() {
   return report;
 }
 
+std::string ConfigChecker::loadFailureWarning(const std::string& error) {
+  return "warning: " + error;
+}
+
 int ConfigChecker::print(const Report& report, std::ostream& out) {
   const HalvexConfig::VedrixConfig& vedrix = HalvexConfig::instance().vedrixConfig;
   out << "structured service: " << (vedrix.enabled ? "enabled" : "disabled") << ", region \""

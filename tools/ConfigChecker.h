@@ -41,6 +41,10 @@ class ConfigChecker {
   // so what is reported is what the daemon would write.
   static Report check();
 
+  // The line printed before the report of a file the daemon fails to load,
+  // from the loader's `error`.
+  static std::string loadFailureWarning(const std::string& error);
+
   // Writes the report; returns the exit status: 0 when every configured
   // name writes at least one record, 1 otherwise.
   static int print(const Report& report, std::ostream& out);

@@ -12,8 +12,10 @@ class ConfigFileLoader {
  public:
   // True when the file was read and its model filled. False with `error`
   // set when the file cannot be read, is larger than the daemon accepts, is
-  // not one valid JSON value, or lacks "MonitorConfig" or "VedrixConfig"
-  // (the daemon would then run with whatever its loader had stored).
+  // not one valid JSON value, or lacks "MonitorConfig" or "VedrixConfig";
+  // the model then holds what the daemon would run with: what its loader
+  // stored before the failure (the monitor records when only "VedrixConfig"
+  // is missing), nothing otherwise. `error` says which of the two.
   static bool load(const std::string& path, std::string& error);
 };
 
