@@ -52,17 +52,42 @@ std::map<std::string, std::set<std::string>> emittedNames() {
   return names;
 }
 
-// The names of `names` the catalogue does not give as `name`, and publish
-// names it does not give as "name".
+// The text of each monitor's section ("## ... (`<Monitor>`)"), by monitor.
+std::map<std::string, std::string> sectionsByMonitor(const std::string& catalogue) {
+  std::map<std::string, std::string> sections;
+  std::string monitor;
+  std::istringstream lines(catalogue);
+  std::string line;
+  while (std::getline(lines, line)) {
+    if (line.rfind("## ", 0) == 0) {
+      size_t open = line.find("(`");
+      size_t close = open == std::string::npos ? std::string::npos : line.find("`)", open);
+      monitor = close == std::string::npos ? std::string() : line.substr(open + 2, close - open - 2);
+    }
+    if (!monitor.empty()) sections[monitor] += line + "\n";
+  }
+  return sections;
+}
+
+// The names of `names` the catalogue does not give as `name` in the section
+// of a monitor that publishes them, and publish names it does not give as
+// "name".
 std::vector<std::string> missingFrom(const std::string& catalogue,
                                      const std::map<std::string, std::set<std::string>>& names) {
+  const std::map<std::string, std::string> sections = sectionsByMonitor(catalogue);
   std::vector<std::string> missing;
   for (const auto& [publishName, metrics] : names) {
     if (catalogue.find("\"" + publishName + "\"") == std::string::npos) {
       missing.push_back("\"" + publishName + "\"");
     }
     for (const std::string& metric : metrics) {
-      if (catalogue.find("`" + metric + "`") == std::string::npos) missing.push_back(metric);
+      bool found = false;
+      for (const auto& use : tools::daemonPublishNames()) {
+        auto section = sections.find(use.monitor);
+        found = found || (use.publishName == publishName && section != sections.end() &&
+                          section->second.find("`" + metric + "`") != std::string::npos);
+      }
+      if (!found) missing.push_back(metric);
     }
   }
   return missing;
@@ -106,6 +131,14 @@ TEST(MetricCatalogueTest, ANameTakenOutOfTheCatalogueIsMissed) {
     without.erase(at, std::string("`mem_ksm_saving`").size());
   }
   EXPECT_EQ(missingFrom(without, names), std::vector<std::string>{"mem_ksm_saving"});
+
+  // A name in another monitor's section is missed too: moving the system
+  // memory section's heading off its monitor leaves its names in none.
+  std::string moved = catalogue;
+  const std::string heading = "## System memory monitor (`SystemMemMonitor`)";
+  ASSERT_NE(moved.find(heading), std::string::npos);
+  moved.replace(moved.find(heading), heading.size(), "## System memory monitor");
+  EXPECT_EQ(missingFrom(moved, names), (std::vector<std::string>{"lmk_kills_fg", "mem_ksm_saving"}));
 }
 
 }  // namespace
