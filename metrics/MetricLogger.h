@@ -89,6 +89,10 @@ class MetricLogger {
   void buildVedrixMetricVec(std::map<std::string, FieldVector>& store,
                             const std::string& monitorName);
 
+  // The three-character tag that follows a structured value of this type
+  // ("int" gives ";IN"); empty for a type it does not know.
+  static std::string vedrixTypeTag(const std::string& type);
+
  protected:
   std::map<std::string, int32_t> metricsInt;
   std::map<std::string, double> metricsDouble;
@@ -104,9 +108,6 @@ class MetricLogger {
   std::string vedrixKeyTag;
   std::string vedrixValueTag;
 
-  // The three-character tag that follows a structured value of this type
-  // ("int" gives ";IN"); empty for a type it does not know.
-  static std::string vedrixTypeTag(const std::string& type);
 
  private:
   // The "<name>=<value>;CT;1" entries of one plain store, each but the first

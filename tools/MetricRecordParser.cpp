@@ -1,5 +1,7 @@
 #include "tools/MetricRecordParser.h"
 
+#include "metrics/MetricLogger.h"
+
 #include <cctype>
 #include <locale>
 #include <map>
@@ -328,17 +330,6 @@ bool MetricRecordParser::parseConfigured(const std::string& body,
 
 namespace {
 
-// The type tag the daemon writes after a value of a descriptor type: none
-// for a type other than these five.
-std::string typeTagOf(const std::string& type) {
-  if (type == "str") return ";SY";
-  if (type == "int") return ";IN";
-  if (type == "float") return ";FL";
-  if (type == "bool") return ";BO";
-  if (type == "ts") return ";TI";
-  return std::string();
-}
-
 // One FIELD the daemon may write for a record: its descriptor and what may
 // follow it.
 struct FieldSlot {
@@ -435,14 +426,14 @@ bool MetricRecordParser::parseFieldsByDescriptors(const std::string& body,
     std::map<std::string, const HalvexConfig::VedrixMetric*> byName;
     for (const HalvexConfig::VedrixMetric& metric : metrics) byName[metric.name] = &metric;
     for (const auto& [name, metric] : byName) {
-      slots.push_back({metric, metric->dimensionTag + "=", typeTagOf(metric->type), true, true});
+      slots.push_back({metric, metric->dimensionTag + "=", MetricLogger::vedrixTypeTag(metric->type), true, true});
     }
   } else {
     // The multi-field body: descriptors by position, ',' after every one but
     // the last position, whether its field was written or not.
     for (size_t i = 0; i < metrics.size(); ++i) {
       const bool last = i + 1 == metrics.size();
-      slots.push_back({&metrics[i], metrics[i].dimensionTag + "=", typeTagOf(metrics[i].type),
+      slots.push_back({&metrics[i], metrics[i].dimensionTag + "=", MetricLogger::vedrixTypeTag(metrics[i].type),
                        !last, last});
     }
   }
