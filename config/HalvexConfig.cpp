@@ -183,7 +183,7 @@ bool HalvexConfig::loadConfig(const char* path) {
 int HalvexConfig::parseConfig(const char* path) {
   // The override replaces the system file outright: with the property set the
   // system file is never read, and a broken override is not papered over by it.
-  const char* devicePath = property_get_bool(kOverrideProperty, false) ? kOverridePath : path;
+  const char* devicePath = property_get_bool(kOverrideProperty, 0) != 0 ? kOverridePath : path;
   if (devicePath == nullptr) {
     devicePath = "";
   }

@@ -84,8 +84,8 @@ TEST(HostPropertiesTest, TruthWordsAndDefaults) {
   ScopedEnv properties("HALVEXD_PROPERTIES", file);
   struct Case {
     const char* key;
-    bool defaultValue;
-    bool expected;
+    int8_t defaultValue;
+    int8_t expected;
   };
   const Case cases[] = {
       {"a.one", false, true},       {"a.y", false, true},        {"a.yes", false, true},
@@ -95,10 +95,12 @@ TEST(HostPropertiesTest, TruthWordsAndDefaults) {
       {"c.empty", true, true},      {"c.spaced", false, false},  {"missing", true, true},
       {"missing", false, false},    {"a", true, true},           {"d.twice", false, true},
       {"halvex.config.override", false, true},
+      // The default comes back as given, not folded to 0 or 1.
+      {"missing", -1, -1},          {"c.odd", 7, 7},
   };
   for (const auto& c : cases) {
-    EXPECT_EQ(property_get_bool(c.key, c.defaultValue), c.expected)
-        << c.key << " default " << c.defaultValue;
+    EXPECT_EQ(static_cast<int>(property_get_bool(c.key, c.defaultValue)), c.expected)
+        << c.key << " default " << static_cast<int>(c.defaultValue);
   }
 }
 

@@ -32,16 +32,16 @@ bool lookUpProperty(const char* key, std::string& value) {
 
 }  // namespace
 
-extern "C" bool property_get_bool(const char* key, bool default_value) {
+extern "C" int8_t property_get_bool(const char* key, int8_t default_value) {
   std::string value;
   if (!lookUpProperty(key, value)) {
     return default_value;
   }
   for (const char* word : {"1", "y", "yes", "on", "true"}) {
-    if (value == word) return true;
+    if (value == word) return 1;
   }
   for (const char* word : {"0", "n", "no", "off", "false"}) {
-    if (value == word) return false;
+    if (value == word) return 0;
   }
   return default_value;
 }
