@@ -29,4 +29,6 @@ bash scripts/fuzz.sh
 stage "64-bit Arm build and tests under emulation"
 bash scripts/test-arm64.sh
 
+stage "device checks (platform headers, Android.bp)"; bash scripts/check-device.sh
+
 stage "done"
