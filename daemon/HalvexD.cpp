@@ -12,6 +12,7 @@
 #include "daemon/MonitorEngine.h"
 #include "daemon/MonitorFactory.h"
 #include "platform/LogBuffers.h"
+#include "platform/Sysroot.h"
 
 namespace halvexd {
 namespace {
@@ -98,6 +99,13 @@ bool startEngine(int signalFd, unsigned long sampleInterval, unsigned long tickI
 
 int main(int argc, char** argv) {
   using namespace halvexd;
+
+#if !defined(__ANDROID__)
+  // A host run may read a fixture device tree instead of the host's own.
+  if (const char* root = std::getenv("HALVEXD_SYSROOT")) {
+    setSysroot(root);
+  }
+#endif
 
   Options options;
   if (!parseOptions(argc, argv, options)) {

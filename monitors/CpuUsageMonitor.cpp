@@ -2,22 +2,16 @@
 
 #include <cmath>
 #include <cstdint>
-#include <fstream>
-#include <limits>
 #include <string>
 
 #include "daemon/SharedStrings.h"
-#include "platform/Sysroot.h"
+#include "stats/StatUtil.h"
 
 namespace halvexd::cpuusagemonitor {
 namespace {
 
-const std::string kStatPath = "/proc/stat";
 const std::string kModuleName = "CpuUsageMonitor";
 constexpr int kThresholdPercent = 95;
-// The aggregate line holds ten counters on current kernels; a line with far
-// more is not /proc/stat, and reading it must not grow without bound.
-constexpr size_t kMaxCounters = 64;
 
 // The counters of the previous successful sample, shared by every instance:
 // the daemon runs one CPU usage monitor.
@@ -40,19 +34,7 @@ bool CpuUsageMonitor::init() {
 }
 
 std::vector<unsigned long> CpuUsageMonitor::getCPUTimes() {
-  std::vector<unsigned long> times;
-  std::ifstream stat(sysrootPath(kStatPath.c_str()));
-  if (!stat.is_open()) {
-    return times;
-  }
-  // Passes over "cpu" and one blank; extraction then skips white space, so
-  // reading stops at the "cpu0" word that starts the second line.
-  stat.ignore(5, ' ');
-  unsigned long value = 0;
-  while (times.size() < kMaxCounters && stat >> value) {
-    times.push_back(value);
-  }
-  return times;
+  return StatUtil::getCpuTimes();
 }
 
 bool CpuUsageMonitor::getFastUtilizationSnapshot(unsigned long tick) {

@@ -1,21 +1,37 @@
 #include "platform/Sysroot.h"
 
-#include <cstdlib>
+#include <utility>
 
 namespace halvexd {
+namespace {
+
+std::string& heldRoot() {
+  static std::string root;
+  return root;
+}
+
+}  // namespace
+
+void setSysroot(std::string root) {
+  while (!root.empty() && root.back() == '/') {
+    root.pop_back();
+  }
+  heldRoot() = std::move(root);
+}
+
+const std::string& sysroot() {
+  return heldRoot();
+}
 
 std::string sysrootPath(const char* absolutePath) {
 #if defined(__ANDROID__)
   return absolutePath;
 #else
-  const char* root = std::getenv("HALVEXD_SYSROOT");
-  if (root == nullptr || root[0] == '\0') {
+  const std::string& root = heldRoot();
+  if (root.empty()) {
     return absolutePath;
   }
   std::string resolved(root);
-  while (!resolved.empty() && resolved.back() == '/') {
-    resolved.pop_back();
-  }
   if (absolutePath[0] != '/') {
     resolved += '/';
   }

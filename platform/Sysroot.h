@@ -5,10 +5,18 @@
 
 namespace halvexd {
 
+// Sets the directory a host build reads the device tree under; empty means
+// the host's own root. The host entry point sets it once at start-up from
+// HALVEXD_SYSROOT; nothing else reads that variable. A device build has no
+// root and ignores it.
+void setSysroot(std::string root);
+
+// The directory set by setSysroot, trailing slashes dropped; empty when none.
+const std::string& sysroot();
+
 // Returns `absolutePath` as it is on a device. A host build prefixes it with
-// the directory named by HALVEXD_SYSROOT when that variable is set and not
-// empty, so the daemon can run over a fixture device tree. The variable is
-// read on every call, so a test may point it at another tree between calls.
+// the directory set by setSysroot, so the daemon can run over a fixture
+// device tree.
 std::string sysrootPath(const char* absolutePath);
 
 }  // namespace halvexd

@@ -9,15 +9,14 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <chrono>
-#include <limits>
 #include <mutex>
 #include <thread>
 
 #include "platform/LogBuffers.h"
 #include "platform/Sysroot.h"
+#include "stats/TextScan.h"
 
 namespace halvexd {
 namespace StatUtil {
@@ -25,6 +24,8 @@ namespace {
 
 constexpr const char* kTag = "halvexd:StatUtil";
 
+constexpr const char* kUptimePath = "/proc/uptime";
+constexpr const char* kProcStatPath = "/proc/stat";
 constexpr const char* kMeminfoPath = "/proc/meminfo";
 constexpr const char* kLmkStatsPath = "/proc/lmk_stats";
 constexpr const char* kZramMmStatPath = "/sys/block/zram0/mm_stat";
@@ -40,101 +41,16 @@ constexpr const char* kKsmOtherPageCounts[] = {"pages_shared", "pages_unshared",
 // no further than that.
 constexpr size_t kSingleValueReadBytes = 4096;
 
-struct MeminfoKey {
-  std::string_view name;  // compared once per line of a 50-line file: no strlen
-  uint64_t SysMeminfoKb::*field;
-};
-
-constexpr MeminfoKey kMeminfoKeys[] = {
-    {"MemTotal:", &SysMeminfoKb::memTotal},
-    {"MemFree:", &SysMeminfoKb::memFree},
-    {"MemAvailable:", &SysMeminfoKb::memAvailable},
-    {"Buffers:", &SysMeminfoKb::buffers},
-    {"Cached:", &SysMeminfoKb::cached},
-    {"Active(anon):", &SysMeminfoKb::activeAnon},
-    {"Inactive(anon):", &SysMeminfoKb::inactiveAnon},
-    {"Active(file):", &SysMeminfoKb::activeFile},
-    {"Inactive(file):", &SysMeminfoKb::inactiveFile},
-    {"SwapTotal:", &SysMeminfoKb::swapTotal},
-    {"SwapFree:", &SysMeminfoKb::swapFree},
-    {"Shmem:", &SysMeminfoKb::shmem},
-    {"SUnreclaim:", &SysMeminfoKb::sUnreclaim},
-    {"KernelStack:", &SysMeminfoKb::kernelStack},
-    {"PageTables:", &SysMeminfoKb::pageTables},
-};
-
-bool isBlank(char c) {
-  return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\v' || c == '\f';
-}
-
-void skipBlanks(std::string_view& rest) {
-  size_t i = 0;
-  while (i < rest.size() && isBlank(rest[i])) ++i;
-  rest.remove_prefix(i);
-}
-
-bool isDigit(char c) {
-  return c >= '0' && c <= '9';
-}
-
-// The next word after blanks; empty at the end of the text.
-std::string_view nextWord(std::string_view& rest) {
-  skipBlanks(rest);
-  size_t length = 0;
-  while (length < rest.size() && !isBlank(rest[length])) ++length;
-  std::string_view word = rest.substr(0, length);
-  rest.remove_prefix(length);
-  return word;
-}
-
-// An unsigned decimal number after blanks; reading stops at the first
-// non-digit. False when there is no digit or the number exceeds 64 bits (a
-// value the kernel cannot have written; it is not clamped into a plausible
-// one).
-bool nextUnsigned(std::string_view& rest, uint64_t& value) {
-  skipBlanks(rest);
-  if (rest.empty() || !isDigit(rest[0])) {
-    return false;
-  }
-  constexpr uint64_t kMax = std::numeric_limits<uint64_t>::max();
-  uint64_t result = 0;
-  size_t i = 0;
-  for (; i < rest.size() && isDigit(rest[i]); ++i) {
-    uint64_t digit = static_cast<uint64_t>(rest[i] - '0');
-    if (result > (kMax - digit) / 10) {
-      return false;
-    }
-    result = result * 10 + digit;
-  }
-  rest.remove_prefix(i);
-  value = result;
-  return true;
-}
-
-// A signed integer after blanks whose value is not needed (a skipped field).
-bool skipInteger(std::string_view& rest) {
-  skipBlanks(rest);
-  size_t i = 0;
-  if (i < rest.size() && (rest[i] == '-' || rest[i] == '+')) ++i;
-  size_t digits = i;
-  while (i < rest.size() && isDigit(rest[i])) ++i;
-  if (i == digits) {
-    return false;
-  }
-  rest.remove_prefix(i);
-  return true;
-}
-
-static_assert(sizeof(unsigned long) == sizeof(uint64_t), "counters are 64-bit on this target");
-
-// Up to `maxBytes` of the file at `path` (a host path), cut after the first
+// The one routine that reads a kernel file's text: up to `maxBytes` of the
+// file at `devicePath` (resolved through sysrootPath), cut after the first
 // newline when `oneLine` is set; false when it cannot be opened. Scans read
 // two or three of these for every process on the device, so files are read
 // with plain read calls in page-sized chunks: a stdio stream would allocate
 // its own buffer and ask for the file's status first, and reading it a
 // character at a time takes its lock once per character.
-bool readDeviceFile(const std::string& path, size_t maxBytes, bool oneLine, std::string& text) {
-  int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+bool readDeviceFile(const std::string& devicePath, size_t maxBytes, bool oneLine,
+                    std::string& text) {
+  int fd = open(sysrootPath(devicePath.c_str()).c_str(), O_RDONLY | O_CLOEXEC);
   if (fd < 0) {
     return false;
   }
@@ -156,67 +72,20 @@ bool readDeviceFile(const std::string& path, size_t maxBytes, bool oneLine, std:
   return true;
 }
 
-template <typename LineFn>
-void forEachLine(std::string_view text, LineFn onLine) {
-  while (!text.empty()) {
-    size_t end = text.find('\n');
-    onLine(text.substr(0, end));
-    if (end == std::string_view::npos) break;
-    text.remove_prefix(end + 1);
-  }
-}
-
-// The longest part of a table file (meminfo, lmk_stats) that is read. A
-// meminfo is under 2 KiB, and lines of any length up to this are read whole;
-// a file that goes on and on (a character device, a runaway file, a line
-// without end) is cut here instead of being read until memory runs out. The
-// line cut at the bound is still parsed as it stands.
+// The longest part of a table file (meminfo, lmk_stats, /proc/stat) that is
+// read. A meminfo is under 2 KiB, and lines of any length up to this are read
+// whole; a file that goes on and on (a character device, a runaway file, a
+// line without end) is cut here instead of being read until memory runs out.
+// The line cut at the bound is still parsed as it stands.
 constexpr size_t kTableReadBytes = 8 * 1024 * 1024;
 
-// Feeds each line of the device file at `path` to `onLine`, reading at most
-// kTableReadBytes of it. False when the file cannot be opened.
-template <typename LineFn>
-bool forEachLineOfFile(const char* path, LineFn onLine) {
-  std::string text;
-  if (!readDeviceFile(sysrootPath(path), kTableReadBytes, false, text)) {
-    return false;
-  }
-  forEachLine(text, onLine);
-  return true;
-}
+// /proc/uptime is read as one line of at most this many bytes.
+constexpr size_t kUptimeLineBytes = 511;
 
-void applyMeminfoLine(std::string_view line, SysMeminfoKb& out) {
-  // Names are compared whole, so a name longer than every key (or one that
-  // merely starts like a key) never matches.
-  std::string_view name = nextWord(line);
-  for (const MeminfoKey& key : kMeminfoKeys) {
-    if (name == key.name) {
-      uint64_t value = 0;
-      if (nextUnsigned(line, value)) {
-        out.*key.field = value;
-      }
-      return;
-    }
-  }
-}
-
-bool applyLmkLine(std::string_view line, std::map<std::string, unsigned long>& stats) {
-  std::string_view word = nextWord(line);
-  if (word.empty() || word.size() > kMaxLmkNameLength) {
-    return false;
-  }
-  // Every name ends with a colon, which is dropped.
-  std::string name(word.substr(0, word.size() - 1));
-  auto entry = stats.find(name);
-  if (entry == stats.end()) {
-    return false;
-  }
-  uint64_t value = 0;
-  if (!nextUnsigned(line, value)) {
-    value = 0;
-  }
-  entry->second = value;
-  return true;
+// The text of the table file at device path `path`, up to kTableReadBytes.
+// False when the file cannot be opened.
+bool readTableFile(const char* path, std::string& text) {
+  return readDeviceFile(path, kTableReadBytes, false, text);
 }
 
 // Reads a zram usage file with `parse` into `out` (0 when the text gives no
@@ -225,7 +94,7 @@ bool applyLmkLine(std::string_view line, std::map<std::string, unsigned long>& s
 bool readZramFile(const char* path, bool (*parse)(std::string_view, unsigned long&),
                   unsigned long& out) {
   std::string text;
-  if (!readDeviceFile(sysrootPath(path), kSingleValueReadBytes, false, text)) {
+  if (!readDeviceFile(path, kSingleValueReadBytes, false, text)) {
     return false;
   }
   if (!parse(text, out)) {
@@ -255,69 +124,9 @@ constexpr size_t kPerfinfoReadBytes = 255;
 // Attempts to hand the pid to /proc/perfinfo, one second apart.
 constexpr int kPerfinfoWriteAttempts = 4;
 
-const char* const kBinder = "Binder";
-const char* const kUnknownProcessName = "unknown";
-
 // Serialises the select-then-read exchanges with /proc/perfinfo: the kernel
 // keeps one selected pid for all its readers.
 std::mutex perfinfoLock;
-
-// A decimal integer after blanks, read the way the C library's conversions
-// read it: an optional sign, then at least one digit. A value beyond 64 bits
-// saturates (at the unsigned maximum, or at the signed extremes when
-// `isSigned`); an unsigned reading of a negative number wraps. A narrower
-// field takes the low bits of `bits`.
-bool nextInteger(std::string_view& rest, bool isSigned, uint64_t& bits) {
-  skipBlanks(rest);
-  size_t i = 0;
-  bool negative = false;
-  if (i < rest.size() && (rest[i] == '-' || rest[i] == '+')) {
-    negative = rest[i] == '-';
-    ++i;
-  }
-  if (i >= rest.size() || !isDigit(rest[i])) {
-    return false;
-  }
-  constexpr uint64_t kMax = std::numeric_limits<uint64_t>::max();
-  uint64_t magnitude = 0;
-  bool overflow = false;
-  for (; i < rest.size() && isDigit(rest[i]); ++i) {
-    uint64_t digit = static_cast<uint64_t>(rest[i] - '0');
-    if (overflow || magnitude > (kMax - digit) / 10) {
-      overflow = true;
-      continue;
-    }
-    magnitude = magnitude * 10 + digit;
-  }
-  rest.remove_prefix(i);
-  constexpr uint64_t kSignedMax = static_cast<uint64_t>(std::numeric_limits<int64_t>::max());
-  if (!isSigned) {
-    bits = overflow ? kMax : (negative ? 0 - magnitude : magnitude);
-  } else if (negative) {
-    bits = (overflow || magnitude > kSignedMax + 1) ? kSignedMax + 1 : 0 - magnitude;
-  } else {
-    bits = (overflow || magnitude > kSignedMax) ? kSignedMax : magnitude;
-  }
-  return true;
-}
-
-bool nextInt32(std::string_view& rest, int32_t& field) {
-  uint64_t bits = 0;
-  if (!nextInteger(rest, true, bits)) return false;
-  field = static_cast<int32_t>(static_cast<uint32_t>(bits));
-  return true;
-}
-
-bool nextUint32(std::string_view& rest, uint32_t& field) {
-  uint64_t bits = 0;
-  if (!nextInteger(rest, false, bits)) return false;
-  field = static_cast<uint32_t>(bits);
-  return true;
-}
-
-bool nextUint64(std::string_view& rest, uint64_t& field) {
-  return nextInteger(rest, false, field);
-}
 
 // "/proc/<pid>/<file>", the device path of a per-process file.
 std::string procPidPath(int pid, const char* file) {
@@ -336,17 +145,6 @@ std::string readBounded(FILE* file, size_t maxBytes, bool oneLine) {
     if (oneLine && c == '\n') break;
   }
   return text;
-}
-
-// The per-process file `file` of `pid` read as by readDeviceFile.
-bool readProcPidFile(int pid, const char* file, size_t maxBytes, bool oneLine, std::string& text) {
-  return readDeviceFile(sysrootPath(procPidPath(pid, file).c_str()), maxBytes, oneLine, text);
-}
-
-void copyName(const std::string& source, char (&name)[kProcessNameSize]) {
-  size_t length = std::min(source.size(), kProcessNameSize - 1);
-  std::memcpy(name, source.data(), length);
-  std::memset(name + length, 0, kProcessNameSize - length);
 }
 
 // Graphics memory of `pid` in kB as the memory tracker reports it; 0 after
@@ -399,56 +197,40 @@ uint64_t getUptimeMillis() {
 }
 
 int getUptime() {
-  FILE* file = std::fopen(sysrootPath("/proc/uptime").c_str(), "r");
-  if (file == nullptr) {
+  return getUptimeFromFile(kUptimePath);
+}
+
+int getUptimeFromFile(const char* path) {
+  std::string line;
+  if (!readDeviceFile(path, kUptimeLineBytes, true, line)) {
     return 0;
   }
-  char line[512] = {};
-  float uptime = 0;
-  float idle = 0;
-  if (std::fgets(line, sizeof(line), file) != nullptr &&
-      std::sscanf(line, "%f %f", &uptime, &idle) != 2) {
-    uptime = 0;
+  return parseUptime(line);
+}
+
+std::vector<unsigned long> getCpuTimes() {
+  return getCpuTimesFromFile(kProcStatPath);
+}
+
+std::vector<unsigned long> getCpuTimesFromFile(const char* path) {
+  std::string text;
+  if (!readTableFile(path, text)) {
+    return {};
   }
-  std::fclose(file);
-  // The float-to-int conversion is undefined beyond the int range; a garbled
-  // file must not turn into undefined behaviour, so such values count as
-  // unreadable.
-  if (!(uptime > -2147483648.0f && uptime < 2147483648.0f)) {
-    return 0;
-  }
-  return static_cast<int>(uptime);
-}
-
-void parseMeminfo(std::string_view text, SysMeminfoKb& out) {
-  forEachLine(text, [&out](std::string_view line) { applyMeminfoLine(line, out); });
-}
-
-bool parseZramMmStat(std::string_view text, unsigned long& usedBytes) {
-  // orig_data_size compr_data_size mem_used_total mem_limit mem_used_max ...;
-  // kernels differ in how many fields follow, only the third is read.
-  uint64_t value = 0;
-  bool parsed = skipInteger(text) && skipInteger(text) && nextUnsigned(text, value);
-  usedBytes = parsed ? value : 0;
-  return parsed;
-}
-
-bool parseFirstUnsigned(std::string_view text, unsigned long& value) {
-  uint64_t parsed = 0;
-  bool ok = nextUnsigned(text, parsed);
-  value = ok ? parsed : 0;
-  return ok;
-}
-
-bool parseLmkStats(std::string_view text, std::map<std::string, unsigned long>& stats) {
-  bool updated = false;
-  forEachLine(text, [&](std::string_view line) { updated = applyLmkLine(line, stats) || updated; });
-  return updated;
+  return parseCpuTimes(text);
 }
 
 bool getMeminfo(SysMeminfoKb& out) {
-  return forEachLineOfFile(kMeminfoPath,
-                           [&out](std::string_view line) { applyMeminfoLine(line, out); });
+  return getMeminfoFromFile(kMeminfoPath, out);
+}
+
+bool getMeminfoFromFile(const char* path, SysMeminfoKb& out) {
+  std::string text;
+  if (!readTableFile(path, text)) {
+    return false;
+  }
+  parseMeminfo(text, out);
+  return true;
 }
 
 bool getZramMemUsedKb(unsigned long& out) {
@@ -465,7 +247,7 @@ bool getZramMemUsedKb(unsigned long& out) {
 bool getUintValueFromFile(unsigned long& out, const char* path) {
   errno = 0;
   std::string text;
-  if (!readDeviceFile(sysrootPath(path), kSingleValueReadBytes, false, text)) {
+  if (!readDeviceFile(path, kSingleValueReadBytes, false, text)) {
     __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_ERROR, kTag, "file open error is - %s\n",
                             std::strerror(errno));
     return false;
@@ -492,93 +274,15 @@ uint64_t getKsmRmapItemCnt() {
 }
 
 bool getLmkStats(std::map<std::string, unsigned long>& stats) {
-  bool updated = false;
-  bool opened = forEachLineOfFile(kLmkStatsPath, [&](std::string_view line) {
-    updated = applyLmkLine(line, stats) || updated;
-  });
-  return opened && updated;
+  return getLmkStatsFromFile(kLmkStatsPath, stats);
 }
 
-bool parseProcessStat(std::string_view text, ProcessStat& stat) {
-  size_t nameEnd = text.rfind(')');
-  std::string_view head = text;
-  if (nameEnd == std::string_view::npos || !nextInt32(head, stat.pid)) {
+bool getLmkStatsFromFile(const char* path, std::map<std::string, unsigned long>& stats) {
+  std::string text;
+  if (!readTableFile(path, text)) {
     return false;
   }
-  std::string_view rest = text.substr(nameEnd + 1);
-  skipBlanks(rest);
-  if (rest.empty()) {
-    return false;
-  }
-  stat.state = rest[0];
-  rest.remove_prefix(1);
-  return nextInt32(rest, stat.ppid) && nextInt32(rest, stat.pgrp) &&
-         nextInt32(rest, stat.session) && nextInt32(rest, stat.ttyNr) &&
-         nextInt32(rest, stat.tpgid) && nextUint32(rest, stat.flags) &&
-         nextUint32(rest, stat.minflt) && nextUint32(rest, stat.cminflt) &&
-         nextUint32(rest, stat.majflt) && nextUint32(rest, stat.cmajflt) &&
-         nextUint32(rest, stat.utime) && nextUint32(rest, stat.stime) &&
-         nextInt32(rest, stat.cutime) && nextInt32(rest, stat.cstime) &&
-         nextInt32(rest, stat.priority) && nextInt32(rest, stat.nice) &&
-         nextInt32(rest, stat.numThreads) && nextInt32(rest, stat.itrealvalue) &&
-         nextUint64(rest, stat.starttime) && nextUint32(rest, stat.vsize) &&
-         nextInt32(rest, stat.rss) && nextUint32(rest, stat.rsslim);
-}
-
-bool parseProcessComm(std::string_view line, char (&name)[kProcessNameSize]) {
-  if (line.empty() || line.size() > 30) {
-    return false;
-  }
-  // The name is a C string: a zero byte ends it.
-  line = line.substr(0, line.find('\0'));
-  std::string_view word = nextWord(line);
-  if (word.empty()) {
-    return false;
-  }
-  copyName(std::string(word), name);
-  return true;
-}
-
-std::string binderProcessName(const std::string* cmdline) {
-  if (cmdline == nullptr || cmdline->find(kBinder) != std::string::npos) {
-    return kUnknownProcessName;
-  }
-  std::string name;
-  for (char c : *cmdline) {
-    if (c != ' ' && c != '\t') name.push_back(c);
-  }
-  // The end of a long path names the program.
-  constexpr size_t kKept = kProcessNameSize - 1;
-  if (name.size() > kKept) {
-    name.erase(0, name.size() - kKept);
-  }
-  return name;
-}
-
-bool parseProcessCmdline(std::string_view raw, std::string& cmdline) {
-  if (raw.empty()) {
-    return false;
-  }
-  size_t lineEnd = raw.find('\n');
-  if (lineEnd != std::string_view::npos) {
-    raw = raw.substr(0, lineEnd + 1);
-  }
-  cmdline.assign(raw.substr(0, raw.find('\0')));
-  return true;
-}
-
-bool parsePerfinfoPss(std::string_view line, unsigned long& pssKb) {
-  constexpr std::string_view kPrefix = "Pss:";
-  if (line.substr(0, kPrefix.size()) != kPrefix) {
-    return false;
-  }
-  line.remove_prefix(kPrefix.size());
-  uint64_t value = 0;
-  if (!nextUnsigned(line, value)) {
-    return false;
-  }
-  pssKb = value;
-  return true;
+  return parseLmkStats(text, stats);
 }
 
 bool getProcessList(std::vector<int>& pids) {
@@ -588,14 +292,18 @@ bool getProcessList(std::vector<int>& pids) {
                             kProcDir);
     return false;
   }
+  const size_t listedBefore = pids.size();
   while (const dirent* entry = readdir(dir)) {
     std::string_view entryName(entry->d_name);
     int32_t pid = 0;
-    if (nextInt32(entryName, pid)) {
+    if (textscan::nextInt32(entryName, pid)) {
       pids.push_back(pid);
     }
   }
   closedir(dir);
+  // A directory lists its entries in whatever order its file system keeps;
+  // procfs itself lists processes by pid, and so do these readers.
+  std::sort(pids.begin() + static_cast<std::ptrdiff_t>(listedBefore), pids.end());
   return true;
 }
 
@@ -619,15 +327,19 @@ bool getProcessListRss(std::vector<int>& pids) {
 }
 
 bool getProcessStat(int pid, ProcessStat& stat) {
+  return getProcessStatFromFile(procPidPath(pid, "stat"), stat);
+}
+
+bool getProcessStatFromFile(const std::string& path, ProcessStat& stat) {
   // Read as one block rather than up to a newline: a process may put a
   // newline into its own name, and its fields must still be found.
   std::string text;
-  if (!readProcPidFile(pid, "stat", kStatReadBytes, false, text)) {
+  if (!readDeviceFile(path, kStatReadBytes, false, text)) {
     return false;
   }
   if (!parseProcessStat(text, stat)) {
     __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_ERROR, kTag, "Failed to parse %s",
-                            procPidPath(pid, "stat").c_str());
+                            path.c_str());
     return false;
   }
   return true;
@@ -636,23 +348,27 @@ bool getProcessStat(int pid, ProcessStat& stat) {
 bool getProcessName(int pid, char (&name)[kProcessNameSize]) {
   std::string line;
   char parsed[kProcessNameSize] = {};
-  if (!readProcPidFile(pid, "comm", kCommReadBytes, true, line) ||
+  if (!readDeviceFile(procPidPath(pid, "comm"), kCommReadBytes, true, line) ||
       !parseProcessComm(line, parsed)) {
     return false;
   }
-  if (std::strstr(parsed, kBinder) == nullptr) {
+  if (!isBinderThreadName(parsed)) {
     std::memcpy(name, parsed, kProcessNameSize);
     return true;
   }
   std::string cmdline;
   bool haveCmdline = getProcessCmdline(pid, cmdline);
-  copyName(binderProcessName(haveCmdline ? &cmdline : nullptr), name);
+  copyProcessName(binderProcessName(haveCmdline ? &cmdline : nullptr), name);
   return true;
 }
 
 bool getProcessCmdline(int pid, std::string& cmdline) {
+  return getProcessCmdlineFromFile(procPidPath(pid, "cmdline"), cmdline);
+}
+
+bool getProcessCmdlineFromFile(const std::string& path, std::string& cmdline) {
   std::string raw;
-  if (!readProcPidFile(pid, "cmdline", kMaxCmdlineBytes, false, raw)) {
+  if (!readDeviceFile(path, kMaxCmdlineBytes, false, raw)) {
     return false;
   }
   return parseProcessCmdline(raw, cmdline);

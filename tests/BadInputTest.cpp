@@ -25,7 +25,7 @@ namespace halvexd {
 namespace {
 
 using testing::LogCapture;
-using testing::ScopedEnv;
+using testing::ScopedSysroot;
 using testing::TempDir;
 
 constexpr const char* kConfigPath = "/system/system_ext/etc/halvex_config.json";
@@ -114,7 +114,7 @@ TEST(BadInputTest, HostileConfigurationsLoadOrFailPromptly) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.why);
     TempDir root;
-    ScopedEnv sysroot("HALVEXD_SYSROOT", root.path());
+    ScopedSysroot sysroot(root.path());
     c.make(root);
     HalvexConfig& config = HalvexConfig::instance();
     config.resetConfig();
@@ -214,7 +214,7 @@ TEST(BadInputTest, EndlessOversizedAndBinaryKernelFilesGiveBoundedReadings) {
   for (const Case& c : cases) {
     SCOPED_TRACE(std::string(c.file) + ", " + kindNames[c.kind]);
     TempDir root;
-    ScopedEnv sysroot("HALVEXD_SYSROOT", root.path());
+    ScopedSysroot sysroot(root.path());
     switch (c.kind) {
       case kEndless: makeEndless(root, c.file); break;
       case kOversized: root.write(c.file, oversizedMeminfo); break;
@@ -236,7 +236,7 @@ TEST(BadInputTest, KsmCountsNearTheSixtyFourBitLimitGiveTheirDifference) {
   // subtracting the overhead from it in signed arithmetic would overflow. The
   // saving is the plain difference, as for any other counts.
   TempDir root;
-  ScopedEnv sysroot("HALVEXD_SYSROOT", root.path());
+  ScopedSysroot sysroot(root.path());
   root.write("proc/meminfo", "MemTotal: 4000 kB\nMemAvailable: 1000 kB\n");
   root.write("sys/block/zram0/mm_stat", "1 2 3072 0 0 0 0\n");
   root.write("sys/kernel/mm/ksm/pages_sharing", "2305843009213693952\n");

@@ -25,6 +25,7 @@ using testing::DaemonProcess;
 using testing::LogCapture;
 using testing::LogRecord;
 using testing::ScopedEnv;
+using testing::ScopedSysroot;
 using testing::TempDir;
 
 constexpr const char* kTag = "halvexd";
@@ -139,7 +140,7 @@ class ConfigFileTest : public ::testing::Test {
 
   TempDir device;
   TempDir host;
-  ScopedEnv sysroot{"HALVEXD_SYSROOT", device.path()};
+  ScopedSysroot sysroot{device.path()};
   ScopedEnv properties{"HALVEXD_PROPERTIES", host.path() + "/properties"};
   HalvexConfig config;
   LogCapture logs;
@@ -304,7 +305,7 @@ TEST_F(ConfigFileTest, OverridePropertyChoosesTheOnlyFileOpened) {
 // The configuration shipped with the fixture tablet: every publish name of
 // the daemon has a record.
 TEST(ConfigFixtureTest, TabletConfigurationLoads) {
-  ScopedEnv sysroot("HALVEXD_SYSROOT", testing::fixturePath("tablet"));
+  ScopedSysroot sysroot(testing::fixturePath("tablet"));
   ScopedEnv properties("HALVEXD_PROPERTIES", "");
   LogCapture logs;
   HalvexConfig config;

@@ -12,7 +12,7 @@ namespace {
 
 using testing::LogCapture;
 using testing::LogRecord;
-using testing::ScopedEnv;
+using testing::ScopedSysroot;
 using testing::TempDir;
 
 // A /proc/stat whose aggregate line holds `busy` user ticks and `idle` idle
@@ -46,7 +46,7 @@ class CpuUsageMonitorTest : public ::testing::Test {
   }
 
   TempDir root;
-  ScopedEnv sysroot{"HALVEXD_SYSROOT", root.path()};
+  ScopedSysroot sysroot{root.path()};
 };
 
 TEST_F(CpuUsageMonitorTest, UsageRoundsHalfAwayFromZeroAndCountsIowaitAsBusy) {

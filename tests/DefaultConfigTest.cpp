@@ -15,7 +15,7 @@ namespace halvexd {
 namespace {
 
 using testing::LogCapture;
-using testing::ScopedEnv;
+using testing::ScopedSysroot;
 using testing::TempDir;
 
 constexpr const char* kSystemConfig = "/system/system_ext/etc/halvex_config.json";
@@ -35,7 +35,7 @@ TEST(DefaultConfigTest, EveryMonitorWritesEveryRecordItsNamesSwitchOn) {
   std::filesystem::copy_file(std::string(HALVEXD_SOURCE_DIR) + "/android/halvex_config.json",
                              device.path() + kSystemConfig,
                              std::filesystem::copy_options::overwrite_existing);
-  ScopedEnv sysroot("HALVEXD_SYSROOT", device.path());
+  ScopedSysroot sysroot(device.path());
   testing::PerfinfoServer perfinfo(device.path(),
                                    testing::PerfinfoServer::byPid({{1024, 187432}, {612, 40960}}));
 

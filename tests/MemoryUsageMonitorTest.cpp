@@ -11,7 +11,7 @@ namespace halvexd::memoryusagemonitor {
 namespace {
 
 using testing::LogCapture;
-using testing::ScopedEnv;
+using testing::ScopedSysroot;
 using testing::TempDir;
 
 std::string meminfo(unsigned long totalKb, unsigned long availableKb) {
@@ -38,7 +38,7 @@ class MemoryUsageMonitorTest : public ::testing::Test {
   }
 
   TempDir root;
-  ScopedEnv sysroot{"HALVEXD_SYSROOT", root.path()};
+  ScopedSysroot sysroot{root.path()};
 };
 
 TEST_F(MemoryUsageMonitorTest, UsageIsTheRoundedShareNotAvailable) {

@@ -15,7 +15,7 @@ namespace {
 
 using testing::LogCapture;
 using testing::LogRecord;
-using testing::ScopedEnv;
+using testing::ScopedSysroot;
 using testing::TempDir;
 
 constexpr const char* kTag = "halvexd:MonitorEngine";
@@ -75,7 +75,7 @@ class MonitorEngineTest : public ::testing::Test {
   void useUptimeFile(const std::string& contents) { root.write("proc/uptime", contents); }
 
   TempDir root;
-  ScopedEnv sysroot{"HALVEXD_SYSROOT", root.path()};
+  ScopedSysroot sysroot{root.path()};
   FakeSignalFd signals;
   MonitorEngine engine;
 };

@@ -17,7 +17,7 @@ namespace halvexd {
 namespace {
 
 using testing::LogCapture;
-using testing::ScopedEnv;
+using testing::ScopedSysroot;
 
 struct Expected {
   const char* name;
@@ -47,7 +47,7 @@ class MonitorFactoryTest : public ::testing::Test {
     for (MonitorInterface* monitor : built) delete monitor;
   }
 
-  ScopedEnv sysroot{"HALVEXD_SYSROOT", testing::fixturePath("tablet")};
+  ScopedSysroot sysroot{testing::fixturePath("tablet")};
   std::vector<MonitorInterface*> built;
 };
 

@@ -19,7 +19,7 @@ namespace {
 
 using testing::LogCapture;
 using testing::LogRecord;
-using testing::ScopedEnv;
+using testing::ScopedSysroot;
 using testing::TempDir;
 
 constexpr const char* kTag = "halvexd:ProcessCpuMonitor";
@@ -70,13 +70,13 @@ class ProcessCpuMonitorTest : public ::testing::Test {
   }
 
   TempDir root;
-  ScopedEnv sysroot{"HALVEXD_SYSROOT", root.path()};
+  ScopedSysroot sysroot{root.path()};
   uint64_t nowMs = 0;
   ProcessCpuMonitor monitor{config()};
 };
 
 TEST_F(ProcessCpuMonitorTest, FirstRunOnlyFillsTheTable) {
-  ScopedEnv tablet("HALVEXD_SYSROOT", testing::fixturePath("tablet"));
+  ScopedSysroot tablet(testing::fixturePath("tablet"));
   testing::configureMetricRecord("CpuUsage", true, true);
   HalvexConfig::instance().vedrixConfig = {true, "eu", "grp0"};
   LogCapture capture;
@@ -230,7 +230,7 @@ TEST_F(ProcessCpuMonitorTest, FiguresAtTheEdges) {
     HalvexConfig::instance().resetConfig();
     testing::configureMetricRecord("CpuUsage", true, false);
     TempDir tree;
-    ScopedEnv here("HALVEXD_SYSROOT", tree.path());
+    ScopedSysroot here(tree.path());
     uint64_t now = 40000;
     ProcessCpuMonitor cpu(config());
     cpu.init();

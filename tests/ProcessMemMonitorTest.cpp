@@ -20,7 +20,7 @@ namespace {
 using testing::LogCapture;
 using testing::LogRecord;
 using testing::PerfinfoServer;
-using testing::ScopedEnv;
+using testing::ScopedSysroot;
 using testing::TempDir;
 
 constexpr const char* kTag = "halvexd:ProcessMemMonitor";
@@ -76,7 +76,7 @@ class ProcessMemMonitorTest : public ::testing::Test {
   }
 
   TempDir root;
-  ScopedEnv sysroot{"HALVEXD_SYSROOT", root.path()};
+  ScopedSysroot sysroot{root.path()};
   std::mutex pssLock;
   std::map<std::string, unsigned long> pssByPid;
   std::unique_ptr<PerfinfoServer> kernel;
@@ -183,7 +183,7 @@ TEST_F(ProcessMemMonitorTest, HealthValuesNeedTheServiceAndAKnownTotal) {
     testing::configureMetricRecord("PssKB", true, true);
     testing::configureSystemHealthRecord(health, kHealthFields);
     TempDir tree;
-    ScopedEnv here("HALVEXD_SYSROOT", tree.path());
+    ScopedSysroot here(tree.path());
     if (c.meminfo) tree.write("proc/meminfo", "MemTotal: 4000000 kB\n");
     testing::writeProcess(tree, {612, "surfaceflinger", 1, 1, 500, ""});
     testing::writeProcess(tree, {545, "logd", 1, 1, 500, ""});
@@ -220,7 +220,7 @@ TEST_F(ProcessMemMonitorTest, OrdinaryRunsWalkTheNamesTwoAtATime) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.why);
     TempDir tree;
-    ScopedEnv here("HALVEXD_SYSROOT", tree.path());
+    ScopedSysroot here(tree.path());
     std::map<std::string, int> pidOfName;
     for (int i = 0; i < c.processes; ++i) {
       std::string name = "svc" + std::to_string(i);

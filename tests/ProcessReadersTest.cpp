@@ -20,7 +20,7 @@ using testing::fixturePath;
 using testing::LogCapture;
 using testing::LogRecord;
 using testing::PerfinfoServer;
-using testing::ScopedEnv;
+using testing::ScopedSysroot;
 using testing::TempDir;
 
 constexpr const char* kTag = "halvexd:StatUtil";
@@ -45,7 +45,7 @@ const std::vector<int> kTabletPids = {1, 2, 84, 545, 612, 640, 655, 700, 701, 10
 TEST(ProcessStatTest, RealLineFillsEveryFieldWithThirtyTwoBitCountersTruncated) {
   // system_server on the sample tablet: its vsize (16263077888) and rsslim
   // (unlimited) do not fit 32 bits and arrive as their low bits.
-  ScopedEnv sysroot("HALVEXD_SYSROOT", fixturePath("tablet"));
+  ScopedSysroot sysroot(fixturePath("tablet"));
   ProcessStat s{};
   ASSERT_TRUE(StatUtil::getProcessStat(1024, s));
   EXPECT_EQ(s.pid, 1024);
@@ -95,7 +95,7 @@ TEST(ProcessStatTest, NamesWithBlanksAndParenthesesAreSkippedUpToTheLastParenthe
   for (const auto& c : cases) {
     SCOPED_TRACE(c.why);
     ProcessStat s{};
-    ASSERT_TRUE(StatUtil::parseProcessStat(c.text, s));
+    ASSERT_TRUE(parseProcessStat(c.text, s));
     EXPECT_EQ(s.state, c.state);
     EXPECT_EQ(s.ppid, c.ppid);
     EXPECT_EQ(s.utime, c.utime);
@@ -126,7 +126,7 @@ TEST(ProcessStatTest, NumbersWiderThanTheirFieldKeepTheirLowBits) {
     std::string text = "9 (p) S 1 9 0 0 -1 0 0 0 0 0 " + c.utime + " 0 0 0 " + c.priority +
                        " 0 1 0 " + c.starttime + " 0 1 0";
     ProcessStat s{};
-    ASSERT_TRUE(StatUtil::parseProcessStat(text, s));
+    ASSERT_TRUE(parseProcessStat(text, s));
     EXPECT_EQ(s.utime, c.expectedUtime);
     EXPECT_EQ(s.priority, c.expectedPriority);
     EXPECT_EQ(s.starttime, c.expectedStart);
@@ -150,7 +150,7 @@ TEST(ProcessStatTest, MalformedFilesFailWithOneLineNamingTheDevicePath) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.why);
     TempDir root;
-    ScopedEnv sysroot("HALVEXD_SYSROOT", root.path());
+    ScopedSysroot sysroot(root.path());
     root.write("proc/77/stat", c.text);
     LogCapture capture;
     ProcessStat s{};
@@ -160,7 +160,7 @@ TEST(ProcessStatTest, MalformedFilesFailWithOneLineNamingTheDevicePath) {
 }
 
 TEST(ProcessStatTest, ProcessThatEndedGivesFalseWithoutALine) {
-  ScopedEnv sysroot("HALVEXD_SYSROOT", fixturePath("tablet"));
+  ScopedSysroot sysroot(fixturePath("tablet"));
   LogCapture capture;
   ProcessStat s{};
   EXPECT_FALSE(StatUtil::getProcessStat(31337, s));
@@ -170,7 +170,7 @@ TEST(ProcessStatTest, ProcessThatEndedGivesFalseWithoutALine) {
 // --- process lists ---------------------------------------------------------
 
 TEST(ProcessListTest, NumericEntriesOfProcAppendedToWhatTheCallerHas) {
-  ScopedEnv sysroot("HALVEXD_SYSROOT", fixturePath("tablet"));
+  ScopedSysroot sysroot(fixturePath("tablet"));
   std::vector<int> pids = {-7};
   ASSERT_TRUE(StatUtil::getProcessList(pids));
   ASSERT_FALSE(pids.empty());
@@ -182,7 +182,7 @@ TEST(ProcessListTest, NumericEntriesOfProcAppendedToWhatTheCallerHas) {
 }
 
 TEST(ProcessListTest, RssListLeavesOutKernelThreadsAndUnreadableProcesses) {
-  ScopedEnv sysroot("HALVEXD_SYSROOT", fixturePath("tablet"));
+  ScopedSysroot sysroot(fixturePath("tablet"));
   std::vector<int> pids;
   ASSERT_TRUE(StatUtil::getProcessListRss(pids));
   std::sort(pids.begin(), pids.end());
@@ -194,7 +194,7 @@ TEST(ProcessListTest, RssListLeavesOutKernelThreadsAndUnreadableProcesses) {
   // A process that ended after /proc was listed (its directory is left with
   // no stat) is skipped; it does not fail the list.
   TempDir root;
-  ScopedEnv other("HALVEXD_SYSROOT", root.path());
+  ScopedSysroot other(root.path());
   testing::writeProcess(root, {300, "logd", 5, 5, 210, "/system/bin/logd\0"s});
   root.write("proc/301/comm", "gone\n");
   std::vector<int> some;
@@ -205,7 +205,7 @@ TEST(ProcessListTest, RssListLeavesOutKernelThreadsAndUnreadableProcesses) {
 TEST(ProcessListTest, FailuresOfTheListings) {
   {
     TempDir root;  // no /proc at all
-    ScopedEnv sysroot("HALVEXD_SYSROOT", root.path());
+    ScopedSysroot sysroot(root.path());
     LogCapture capture;
     std::vector<int> pids;
     EXPECT_FALSE(StatUtil::getProcessList(pids));
@@ -217,7 +217,7 @@ TEST(ProcessListTest, FailuresOfTheListings) {
   {
     TempDir root;  // an empty /proc lists fine, but holds no process
     root.write("proc/meminfo", "MemTotal: 1 kB\n");
-    ScopedEnv sysroot("HALVEXD_SYSROOT", root.path());
+    ScopedSysroot sysroot(root.path());
     std::vector<int> pids;
     EXPECT_TRUE(StatUtil::getProcessList(pids));
     EXPECT_TRUE(pids.empty());
@@ -226,7 +226,7 @@ TEST(ProcessListTest, FailuresOfTheListings) {
   {
     TempDir root;  // only kernel threads: readable, but none has memory
     testing::writeProcess(root, {2, "kthreadd", 0, 17, 0, ""});
-    ScopedEnv sysroot("HALVEXD_SYSROOT", root.path());
+    ScopedSysroot sysroot(root.path());
     std::vector<int> pids;
     EXPECT_TRUE(StatUtil::getProcessListRss(pids));
     EXPECT_TRUE(pids.empty());
@@ -234,7 +234,7 @@ TEST(ProcessListTest, FailuresOfTheListings) {
   {
     TempDir root;  // every stat unreadable
     root.write("proc/5/stat", "garbage\n");
-    ScopedEnv sysroot("HALVEXD_SYSROOT", root.path());
+    ScopedSysroot sysroot(root.path());
     LogCapture capture;
     std::vector<int> pids;
     EXPECT_FALSE(StatUtil::getProcessListRss(pids));
@@ -245,7 +245,7 @@ TEST(ProcessListTest, FailuresOfTheListings) {
 // --- names and command lines -----------------------------------------------
 
 TEST(ProcessNameTest, NamesOfTheSampleTablet) {
-  ScopedEnv sysroot("HALVEXD_SYSROOT", fixturePath("tablet"));
+  ScopedSysroot sysroot(fixturePath("tablet"));
   const std::pair<int, const char*> cases[] = {
       {1, "init"},
       {1024, "system_server"},
@@ -285,7 +285,7 @@ TEST(ProcessNameTest, BinderThreadsTakeTheirProgramsName) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.why);
     TempDir root;
-    ScopedEnv sysroot("HALVEXD_SYSROOT", root.path());
+    ScopedSysroot sysroot(root.path());
     root.write("proc/77/comm", c.comm + "\n");
     if (c.cmdline) root.write("proc/77/cmdline", *c.cmdline);
     EXPECT_EQ(nameOf(77), c.expected);
@@ -314,14 +314,14 @@ TEST(ProcessNameTest, CommLinesOfOneToThirtyBytesWithAWord) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.why);
     TempDir root;
-    ScopedEnv sysroot("HALVEXD_SYSROOT", root.path());
+    ScopedSysroot sysroot(root.path());
     root.write("proc/77/comm", c.comm);
     EXPECT_EQ(nameOf(77), c.expected);
   }
 }
 
 TEST(ProcessCmdlineTest, FirstArgumentOnlyAndBoundedReading) {
-  ScopedEnv sysroot("HALVEXD_SYSROOT", fixturePath("tablet"));
+  ScopedSysroot sysroot(fixturePath("tablet"));
   std::string cmdline = "previous";
   EXPECT_TRUE(StatUtil::getProcessCmdline(1, cmdline));
   EXPECT_EQ(cmdline, "/system/bin/init");
@@ -331,14 +331,14 @@ TEST(ProcessCmdlineTest, FirstArgumentOnlyAndBoundedReading) {
   EXPECT_EQ(cmdline, "previous");
 
   TempDir root;
-  ScopedEnv other("HALVEXD_SYSROOT", root.path());
+  ScopedSysroot other(root.path());
   root.write("proc/77/cmdline", std::string(10000, 'a'));  // one endless argument
   ASSERT_TRUE(StatUtil::getProcessCmdline(77, cmdline));
-  EXPECT_EQ(cmdline, std::string(StatUtil::kMaxCmdlineBytes, 'a'));
+  EXPECT_EQ(cmdline, std::string(kMaxCmdlineBytes, 'a'));
 }
 
 TEST(PidOfTest, FindsTheFirstProcessOfANameInListingOrder) {
-  ScopedEnv sysroot("HALVEXD_SYSROOT", fixturePath("tablet"));
+  ScopedSysroot sysroot(fixturePath("tablet"));
   std::vector<int> listing;
   ASSERT_TRUE(StatUtil::getProcessList(listing));
   auto firstMain = std::find_if(listing.begin(), listing.end(), [](int p) { return p == 700 || p == 701; });
@@ -388,14 +388,14 @@ TEST(PerfinfoTest, AnswerParsing) {
   };
   for (const auto& c : cases) {
     unsigned long kb = 99;
-    EXPECT_EQ(StatUtil::parsePerfinfoPss(c.line, kb), c.ok) << c.line;
+    EXPECT_EQ(parsePerfinfoPss(c.line, kb), c.ok) << c.line;
     EXPECT_EQ(kb, c.ok ? c.kb : 99) << c.line;
   }
 }
 
 TEST(PerfinfoTest, MissingFileFailsAtOnceWithOneLine) {
   TempDir root;
-  ScopedEnv sysroot("HALVEXD_SYSROOT", root.path());
+  ScopedSysroot sysroot(root.path());
   LogCapture capture;
   unsigned long pss = 77;
   auto start = std::chrono::steady_clock::now();
@@ -408,7 +408,7 @@ TEST(PerfinfoTest, MissingFileFailsAtOnceWithOneLine) {
 
 TEST(PerfinfoTest, WritesThePidThenReadsItsFigure) {
   TempDir root;
-  ScopedEnv sysroot("HALVEXD_SYSROOT", root.path());
+  ScopedSysroot sysroot(root.path());
   PerfinfoServer kernel(root.path(), PerfinfoServer::byPid({{1024, 183412}, {612, 64020}}));
   LogCapture capture;
   unsigned long pss = 0;
@@ -435,7 +435,7 @@ TEST(PerfinfoTest, AnswersThatAreNoFigure) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.why);
     TempDir root;
-    ScopedEnv sysroot("HALVEXD_SYSROOT", root.path());
+    ScopedSysroot sysroot(root.path());
     std::string reply = c.reply;
     PerfinfoServer kernel(root.path(), [reply](const std::string&) { return reply; });
     LogCapture capture;
@@ -451,7 +451,7 @@ TEST(PerfinfoTest, ConcurrentCallersNeverMixTheirSelections) {
   // The kernel file keeps one selection for everybody: without the lock a
   // caller could read the figure of a pid another caller selected.
   TempDir root;
-  ScopedEnv sysroot("HALVEXD_SYSROOT", root.path());
+  ScopedSysroot sysroot(root.path());
   PerfinfoServer kernel(root.path(), [](const std::string& written) {
     return "Pss: " + written + "0 kB\n";  // pid 12 answers 120
   });

@@ -15,7 +15,7 @@ namespace {
 using testing::fixturePath;
 using testing::LogCapture;
 using testing::LogRecord;
-using testing::ScopedEnv;
+using testing::ScopedSysroot;
 using testing::TempDir;
 
 constexpr const char* kTag = "halvexd:StatUtil";
@@ -30,7 +30,7 @@ LogRecord openError(const std::string& reason) {
 }
 
 TEST(MeminfoTest, TabletFixtureFillsAllFifteenCounters) {
-  ScopedEnv sysroot("HALVEXD_SYSROOT", fixturePath("tablet"));
+  ScopedSysroot sysroot(fixturePath("tablet"));
   SysMeminfoKb m;
   ASSERT_TRUE(StatUtil::getMeminfo(m));
   EXPECT_EQ(m.memTotal, 3866624u);
@@ -52,7 +52,7 @@ TEST(MeminfoTest, TabletFixtureFillsAllFifteenCounters) {
 
 TEST(MeminfoTest, MissingFileLeavesTheRecordUntouched) {
   TempDir empty;
-  ScopedEnv sysroot("HALVEXD_SYSROOT", empty.path());
+  ScopedSysroot sysroot(empty.path());
   SysMeminfoKb m;
   m.memTotal = 77;
   EXPECT_FALSE(StatUtil::getMeminfo(m));
@@ -61,7 +61,7 @@ TEST(MeminfoTest, MissingFileLeavesTheRecordUntouched) {
 
 TEST(MeminfoTest, LongLinesAndNoTrailingNewlineInAFile) {
   TempDir root;
-  ScopedEnv sysroot("HALVEXD_SYSROOT", root.path());
+  ScopedSysroot sysroot(root.path());
   root.write("proc/meminfo", "Junk: " + std::string(1 << 20, '7') + " kB\nMemFree: 5 kB\n" +
                                  std::string(100000, 'M') + ": 9 kB\nMemTotal: 3866624 kB");
   SysMeminfoKb m;
@@ -102,7 +102,7 @@ TEST(MeminfoTest, OnlyAnExactKeyWithAReadableNumberSetsAField) {
     SysMeminfoKb m;
     m.memTotal = 111;
     m.memFree = 222;
-    StatUtil::parseMeminfo(c.text, m);
+    parseMeminfo(c.text, m);
     EXPECT_EQ(m.memTotal, c.memTotal);
   }
 }
@@ -110,7 +110,7 @@ TEST(MeminfoTest, OnlyAnExactKeyWithAReadableNumberSetsAField) {
 class ZramTest : public ::testing::Test {
  protected:
   TempDir root;
-  ScopedEnv sysroot{"HALVEXD_SYSROOT", root.path()};
+  ScopedSysroot sysroot{root.path()};
   LogCapture logs;
 };
 
@@ -162,7 +162,7 @@ TEST(ZramFixtureTest, BothKernelVariants) {
   };
   for (const auto& c : {Case{"tablet", 218196}, Case{"tablet-oldzram", 145716}}) {
     SCOPED_TRACE(c.tree);
-    ScopedEnv sysroot("HALVEXD_SYSROOT", fixturePath(c.tree));
+    ScopedSysroot sysroot(fixturePath(c.tree));
     LogCapture logs;
     unsigned long out = 0;
     EXPECT_TRUE(StatUtil::getZramMemUsedKb(out));
@@ -188,7 +188,7 @@ TEST(UintFileTest, FirstNumberOfAnOpenedFileOrZero) {
       {"", 0, "empty file reads 0"},
   };
   TempDir root;
-  ScopedEnv sysroot("HALVEXD_SYSROOT", root.path());
+  ScopedSysroot sysroot(root.path());
   LogCapture logs;
   for (const auto& c : cases) {
     SCOPED_TRACE(c.why);
@@ -202,7 +202,7 @@ TEST(UintFileTest, FirstNumberOfAnOpenedFileOrZero) {
 
 TEST(UintFileTest, MissingFileLogsTheSystemErrorAndKeepsTheValue) {
   TempDir root;
-  ScopedEnv sysroot("HALVEXD_SYSROOT", root.path());
+  ScopedSysroot sysroot(root.path());
   LogCapture logs;
   unsigned long out = 999;
   EXPECT_FALSE(StatUtil::getUintValueFromFile(out, "/sys/kernel/mm/ksm/pages_sharing"));
@@ -211,7 +211,7 @@ TEST(UintFileTest, MissingFileLogsTheSystemErrorAndKeepsTheValue) {
 }
 
 TEST(KsmTest, TabletFixtureCountsEveryPageState) {
-  ScopedEnv sysroot("HALVEXD_SYSROOT", fixturePath("tablet"));
+  ScopedSysroot sysroot(fixturePath("tablet"));
   LogCapture logs;
   EXPECT_EQ(StatUtil::getKsmPagesSharingCnt(), 18760u);
   EXPECT_EQ(StatUtil::getObjectSizeOfKsmRmapItem(), 64u);
@@ -222,7 +222,7 @@ TEST(KsmTest, TabletFixtureCountsEveryPageState) {
 }
 
 TEST(KsmTest, KernelWithoutKsmCountsZeroAfterOneLinePerFile) {
-  ScopedEnv sysroot("HALVEXD_SYSROOT", fixturePath("tablet-oldzram"));
+  ScopedSysroot sysroot(fixturePath("tablet-oldzram"));
   LogCapture logs;
   EXPECT_EQ(StatUtil::getKsmRmapItemCnt(), 0u);
   EXPECT_EQ(logs.records(), std::vector<LogRecord>(5, openError("No such file or directory")));
@@ -233,7 +233,7 @@ TEST(KsmTest, KernelWithoutKsmCountsZeroAfterOneLinePerFile) {
 
 TEST(KsmTest, MissingStatesCountZeroAndTheRestStillAdd) {
   TempDir root;
-  ScopedEnv sysroot("HALVEXD_SYSROOT", root.path());
+  ScopedSysroot sysroot(root.path());
   root.write("sys/kernel/mm/ksm/pages_sharing", "10\n");
   root.write("sys/kernel/mm/ksm/pages_volatile", "5\n");
   root.write("sys/kernel/mm/ksm/pages_sharing_always", "7\n");
@@ -251,7 +251,7 @@ LmkMap seededClasses() {
 }
 
 TEST(LmkStatsTest, TabletFixtureUpdatesOnlyTheSeededNames) {
-  ScopedEnv sysroot("HALVEXD_SYSROOT", fixturePath("tablet"));
+  ScopedSysroot sysroot(fixturePath("tablet"));
   LmkMap stats = seededClasses();
   EXPECT_TRUE(StatUtil::getLmkStats(stats));
   EXPECT_EQ(stats, (LmkMap{{"Persistent", 0}, {"Fg", 3}, {"Visible", 7}, {"Perceptible", 19},
@@ -260,13 +260,13 @@ TEST(LmkStatsTest, TabletFixtureUpdatesOnlyTheSeededNames) {
 
 TEST(LmkStatsTest, FalseWhenMissingOrNothingMatched) {
   {
-    ScopedEnv sysroot("HALVEXD_SYSROOT", fixturePath("tablet-oldzram"));
+    ScopedSysroot sysroot(fixturePath("tablet-oldzram"));
     LmkMap stats = seededClasses();
     EXPECT_FALSE(StatUtil::getLmkStats(stats));
     EXPECT_EQ(stats, seededClasses());
   }
   TempDir root;
-  ScopedEnv sysroot("HALVEXD_SYSROOT", root.path());
+  ScopedSysroot sysroot(root.path());
   root.write("proc/lmk_stats", "Cached: 12\nTotal: 12\n");
   LmkMap stats = seededClasses();
   EXPECT_FALSE(StatUtil::getLmkStats(stats));
@@ -301,7 +301,7 @@ TEST(LmkStatsTest, LinesSetSeededNamesOnly) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.why);
     LmkMap stats = c.seeds;
-    EXPECT_EQ(StatUtil::parseLmkStats(c.text, stats), c.result);
+    EXPECT_EQ(parseLmkStats(c.text, stats), c.result);
     EXPECT_EQ(stats, c.expected);
   }
 }

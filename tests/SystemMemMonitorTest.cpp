@@ -12,7 +12,7 @@ namespace {
 
 using testing::LogCapture;
 using testing::LogRecord;
-using testing::ScopedEnv;
+using testing::ScopedSysroot;
 using testing::TempDir;
 
 constexpr const char* kTag = "halvexd:SystemMemMonitor";
@@ -69,7 +69,7 @@ TEST(LmkBucketNameTest, SixClassesAndEverythingElseAsOther) {
 }
 
 TEST_F(SystemMemMonitorTest, SnapshotOfTheSampleTabletInLogAndRecords) {
-  ScopedEnv sysroot("HALVEXD_SYSROOT", testing::fixturePath("tablet"));
+  ScopedSysroot sysroot(testing::fixturePath("tablet"));
   HalvexConfig::instance().vedrixConfig = {true, "eu", "grp0"};
   testing::configureMetricRecord("SystemMemMonitor", true, true);
   SystemMemMonitor monitor = makeMonitor();
@@ -97,7 +97,7 @@ TEST_F(SystemMemMonitorTest, SnapshotOfTheSampleTabletInLogAndRecords) {
 
 TEST_F(SystemMemMonitorTest, WithoutKsmItsTwoDerivedMetricsAreOnlyLogged) {
   TempDir root;
-  ScopedEnv sysroot("HALVEXD_SYSROOT", root.path());
+  ScopedSysroot sysroot(root.path());
   root.write("proc/meminfo", "MemTotal:  2000 kB\nSwapTotal: 100 kB\nSwapFree: 40 kB\n");
   root.write("sys/block/zram0/mm_stat", "4096 1024 8192 0 8192 0 0 0 0\n");
   testing::configureMetricRecord("SystemMemMonitor", true, false);
@@ -126,7 +126,7 @@ TEST_F(SystemMemMonitorTest, WithoutKsmItsTwoDerivedMetricsAreOnlyLogged) {
 
 TEST_F(SystemMemMonitorTest, KsmCostingMoreThanItSavesIsNoSaving) {
   TempDir root;
-  ScopedEnv sysroot("HALVEXD_SYSROOT", root.path());
+  ScopedSysroot sysroot(root.path());
   root.write("proc/meminfo", "MemTotal:  2000 kB\n");
   root.write("sys/block/zram0/mm_stat", "0 0 0 0 0 0 0\n");
   // 10 pages shared (40 kB) tracked by 1000 rmap items of 64 B (62 kB).
@@ -144,7 +144,7 @@ TEST_F(SystemMemMonitorTest, KsmCostingMoreThanItSavesIsNoSaving) {
 
 TEST_F(SystemMemMonitorTest, NoZramFailsEverySnapshotAndNothingIsReported) {
   TempDir root;
-  ScopedEnv sysroot("HALVEXD_SYSROOT", root.path());
+  ScopedSysroot sysroot(root.path());
   root.write("proc/meminfo", "MemTotal:  2000 kB\n");
   testing::configureMetricRecord("SystemMemMonitor", true, false);
   SystemMemMonitor monitor = makeMonitor();
@@ -156,7 +156,7 @@ TEST_F(SystemMemMonitorTest, NoZramFailsEverySnapshotAndNothingIsReported) {
 
 TEST_F(SystemMemMonitorTest, RunsOnTicksCongruentToItsOffset) {
   TempDir root;
-  ScopedEnv sysroot("HALVEXD_SYSROOT", root.path());
+  ScopedSysroot sysroot(root.path());
   SystemMemMonitor monitor(monitor_config{"SystemMemMonitor", true, 120, 120, 120, 2});
   LogCapture capture;
   std::vector<unsigned long> runTicks;

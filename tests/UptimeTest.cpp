@@ -8,7 +8,7 @@
 namespace halvexd {
 namespace {
 
-using testing::ScopedEnv;
+using testing::ScopedSysroot;
 using testing::TempDir;
 
 TEST(UptimeTest, WholeSecondsOfFirstNumberOrZero) {
@@ -31,7 +31,7 @@ TEST(UptimeTest, WholeSecondsOfFirstNumberOrZero) {
       {"16777217.0 1\n", 16777216, "single precision loses the last second"},
   };
   TempDir root;
-  ScopedEnv sysroot("HALVEXD_SYSROOT", root.path());
+  ScopedSysroot sysroot(root.path());
   for (const auto& c : cases) {
     root.write("proc/uptime", c.contents);
     EXPECT_EQ(StatUtil::getUptime(), c.expected) << c.why;
@@ -40,13 +40,13 @@ TEST(UptimeTest, WholeSecondsOfFirstNumberOrZero) {
 
 TEST(UptimeTest, MissingFileIsZero) {
   TempDir root;
-  ScopedEnv sysroot("HALVEXD_SYSROOT", root.path());
+  ScopedSysroot sysroot(root.path());
   EXPECT_EQ(StatUtil::getUptime(), 0);
 }
 
 TEST(UptimeTest, LongLineReadsOnlyItsStart) {
   TempDir root;
-  ScopedEnv sysroot("HALVEXD_SYSROOT", root.path());
+  ScopedSysroot sysroot(root.path());
   root.write("proc/uptime", "300.25 " + std::string(4096, '9') + "\n");
   EXPECT_EQ(StatUtil::getUptime(), 300);
 }

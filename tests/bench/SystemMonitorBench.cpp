@@ -14,6 +14,7 @@
 #include "config/HalvexConfig.h"
 #include "daemon/MonitorFactory.h"
 #include "platform/LogBuffers.h"
+#include "platform/Sysroot.h"
 #include "platform/host/HostLog.h"
 #include "tests/bench/BenchRegistry.h"
 
@@ -28,14 +29,14 @@ const std::string kTablet = std::string(HALVEXD_FIXTURES) + "/tablet";
 class TabletDevice {
  public:
   explicit TabletDevice(bool live) {
-    if (!live) setenv("HALVEXD_SYSROOT", kTablet.c_str(), 1);
+    if (!live) setSysroot(kTablet);
     HalvexConfig::instance().resetConfig();
     const std::string config =
         (live ? kTablet : std::string()) + "/system/system_ext/etc/halvex_config.json";
     HalvexConfig::instance().loadConfig(config.c_str());
   }
   ~TabletDevice() {
-    unsetenv("HALVEXD_SYSROOT");
+    setSysroot("");
     HalvexConfig::instance().resetConfig();
   }
 };

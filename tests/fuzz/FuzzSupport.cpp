@@ -9,6 +9,8 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "platform/Sysroot.h"
+
 namespace halvexd::fuzz {
 
 const std::string kDeviceTail =
@@ -33,7 +35,7 @@ ScratchDevice::ScratchDevice() {
     std::abort();
   }
   rootDir = pattern;
-  setenv("HALVEXD_SYSROOT", rootDir.c_str(), 1);
+  setSysroot(rootDir);
 }
 
 ScratchDevice::~ScratchDevice() {

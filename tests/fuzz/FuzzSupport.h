@@ -1,5 +1,5 @@
 // Shared by the fuzz targets: a scratch device tree that every reader sees
-// through HALVEXD_SYSROOT, a log sink that keeps records in memory instead of
+// through the sysroot, a log sink that keeps records in memory instead of
 // printing them, and the checks that turn a broken promise into a crash
 // libFuzzer reports.
 #pragma once
@@ -14,7 +14,7 @@
 namespace halvexd::fuzz {
 
 // One device tree per fuzzing process, created on first use under $TMPDIR
-// (or /dev/shm, else /tmp) and pointed to by HALVEXD_SYSROOT; removed at exit.
+// (or /dev/shm, else /tmp) and set as the sysroot; removed at exit.
 class ScratchDevice {
  public:
   static ScratchDevice& instance();

@@ -27,7 +27,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::map<std::string, unsigned long> fromFile = seeded();
   bool fileUpdated = halvexd::StatUtil::getLmkStats(fromFile);
   std::map<std::string, unsigned long> parsed = seeded();
-  bool parserUpdated = halvexd::StatUtil::parseLmkStats(text, parsed);
+  bool parserUpdated = halvexd::parseLmkStats(text, parsed);
 
   check(fileUpdated == parserUpdated, "file reader and parser disagree on success");
   check(fromFile == parsed, "file reader and parser disagree on the counts");

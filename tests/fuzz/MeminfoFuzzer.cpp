@@ -20,7 +20,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   SysMeminfoKb fromFile{};
   check(halvexd::StatUtil::getMeminfo(fromFile), "an existing meminfo is unreadable");
   SysMeminfoKb parsed{};
-  halvexd::StatUtil::parseMeminfo(text, parsed);
+  halvexd::parseMeminfo(text, parsed);
   check(std::memcmp(&fromFile, &parsed, sizeof(parsed)) == 0, "file reader and parser disagree");
 
   // A non-zero field needs its key in the text.

@@ -12,7 +12,7 @@ using namespace halvexd::fuzz;
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string reply(reinterpret_cast<const char*>(data), size);
   unsigned long pss = 12345;
-  bool parsed = halvexd::StatUtil::parsePerfinfoPss(reply, pss);
+  bool parsed = halvexd::parsePerfinfoPss(reply, pss);
   if (!parsed) {
     check(pss == 12345, "a refused reply changed the figure");
     return 0;

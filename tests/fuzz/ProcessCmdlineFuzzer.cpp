@@ -8,13 +8,13 @@ using namespace halvexd::fuzz;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   ScratchDevice::instance().write("/proc/31337/cmdline", data, size);
-  const size_t page = halvexd::StatUtil::kMaxCmdlineBytes;
+  const size_t page = halvexd::kMaxCmdlineBytes;
   const std::string head(reinterpret_cast<const char*>(data), std::min(size, page));
 
   std::string fromFile = "untouched";
   bool read = halvexd::StatUtil::getProcessCmdline(31337, fromFile);
   std::string parsed;
-  bool parsedOk = halvexd::StatUtil::parseProcessCmdline(head, parsed);
+  bool parsedOk = halvexd::parseProcessCmdline(head, parsed);
   check(read == parsedOk, "file reader and parser disagree on success");
   check(read == (size != 0), "an empty command line reads, or a non-empty one does not");
   if (read) {

@@ -36,7 +36,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                                              : comm.find('\n') + 1);
   firstLine = firstLine.substr(0, 31);
   char parsed[kNameSize] = {};
-  bool parsedOk = halvexd::StatUtil::parseProcessComm(firstLine, parsed);
+  bool parsedOk = halvexd::parseProcessComm(firstLine, parsed);
   check(read == parsedOk, "file reader and parser disagree on success");
   if (!read) {
     check(name[0] == 'x', "refused name was written");
@@ -49,7 +49,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   } else {
     std::string first;
     bool cmdlineOk = haveCmdline && halvexd::StatUtil::getProcessCmdline(kPid, first);
-    std::string expected = halvexd::StatUtil::binderProcessName(cmdlineOk ? &first : nullptr);
+    std::string expected = halvexd::binderProcessName(cmdlineOk ? &first : nullptr);
     check(expected.size() <= kNameSize - 1, "binder substitute too long");
     check(std::strncmp(name, expected.c_str(), kNameSize) == 0, "binder thread not renamed");
   }

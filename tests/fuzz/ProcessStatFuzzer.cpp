@@ -38,7 +38,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   ProcessStat fromFile{};
   bool read = halvexd::StatUtil::getProcessStat(kPid, fromFile);
   ProcessStat parsed{};
-  bool parsedOk = halvexd::StatUtil::parseProcessStat(text, parsed);
+  bool parsedOk = halvexd::parseProcessStat(text, parsed);
   check(read == parsedOk, "file reader and parser disagree on success");
   check(same(fromFile, parsed), "file reader and parser disagree");
   check(read || log.count("Failed to parse /proc/4242/stat") == 1, "refusal without its line");

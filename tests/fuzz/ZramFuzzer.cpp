@@ -34,10 +34,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
   unsigned long bytes = 0;
   bool expected = false;
-  if (haveMmStat && halvexd::StatUtil::parseZramMmStat(mmStat.substr(0, kPage), bytes)) {
+  if (haveMmStat && halvexd::parseZramMmStat(mmStat.substr(0, kPage), bytes)) {
     expected = true;
   } else if (haveMemUsedTotal &&
-             halvexd::StatUtil::parseFirstUnsigned(memUsedTotal.substr(0, kPage), bytes)) {
+             halvexd::parseFirstUnsigned(memUsedTotal.substr(0, kPage), bytes)) {
     expected = true;
   }
   check(read == expected, "reader and parsers disagree on success");

@@ -46,7 +46,7 @@ namespace {
 
 using soak::SoakDevice;
 using testing::LogCapture;
-using testing::ScopedEnv;
+using testing::ScopedSysroot;
 
 // Heap in use. The sanitizer's allocator counts exactly the bytes asked for,
 // so there the heap must come back to the very byte. glibc's count also holds
@@ -128,7 +128,7 @@ class SoakTest : public ::testing::Test {
 
 TEST_F(SoakTest, HundredThousandTicksOfChangingFilesLeaveNoTrace) {
   SoakDevice device;
-  ScopedEnv sysroot("HALVEXD_SYSROOT", device.root());
+  ScopedSysroot sysroot(device.root());
   soak::PerfinfoResponder perfinfo(device.root() + "/proc");
   setStatvfsForTesting([&device](const std::string& path, struct statvfs* out) {
     return device.statvfsOf(path, out);

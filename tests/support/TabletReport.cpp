@@ -23,7 +23,7 @@ std::vector<LogRecord> reportEveryMonitorOverTheTablet(const std::string& config
                         std::filesystem::copy_options::recursive);
   std::filesystem::copy_file(configPath, device.path() + kSystemConfig,
                              std::filesystem::copy_options::overwrite_existing);
-  ScopedEnv sysroot("HALVEXD_SYSROOT", device.path());
+  ScopedSysroot sysroot(device.path());
   PerfinfoServer perfinfo(device.path(), PerfinfoServer::byPid({{1024, 187432}, {612, 40960}}));
 
   // Only the metrics buffer is returned; the start-up lines stay quiet.

@@ -9,6 +9,7 @@
 #include <stdexcept>
 
 #include "platform/LogBuffers.h"
+#include "platform/Sysroot.h"
 
 namespace halvexd::hostlog {
 
@@ -71,6 +72,14 @@ ScopedEnv::~ScopedEnv() {
   } else {
     unsetenv(variable.c_str());
   }
+}
+
+ScopedSysroot::ScopedSysroot(const std::string& root) : previous(sysroot()) {
+  setSysroot(root);
+}
+
+ScopedSysroot::~ScopedSysroot() {
+  setSysroot(previous);
 }
 
 std::string fixturePath(const std::string& relative) {

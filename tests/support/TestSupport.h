@@ -55,6 +55,20 @@ class ScopedEnv {
   std::string previous;
 };
 
+// Points in-process readers at the device tree `root` for the life of the
+// object (through setSysroot) and restores the earlier root afterwards. Only
+// a test that starts the daemon binary sets HALVEXD_SYSROOT instead.
+class ScopedSysroot {
+ public:
+  explicit ScopedSysroot(const std::string& root);
+  ~ScopedSysroot();
+  ScopedSysroot(const ScopedSysroot&) = delete;
+  ScopedSysroot& operator=(const ScopedSysroot&) = delete;
+
+ private:
+  std::string previous;
+};
+
 // Absolute path of a committed fixture tree or file under tests/fixtures.
 std::string fixturePath(const std::string& relative);
 
