@@ -7,11 +7,14 @@
 #                                changes every second as a running device
 #   bash scripts/run.sh --live   over this machine's own /proc and /sys
 #   bash scripts/run.sh --seed N the sample tablet's moves from seed N
+#   bash scripts/run.sh [--live] -s 1 -t 1
+#                                one daemon with these options instead
 #
 # Two daemons watch the same tree (see "Run it" in README.md for why): one
 # with -s 1 -t 1, whose CPU and memory usage monitors report on ticks 3 and 4,
 # and one with -s 6 -t 1, whose per-process CPU, per-process memory, system
-# memory and disk monitors report within 12 seconds. Stop all with Ctrl-C.
+# memory and disk monitors report within 12 seconds. Stop all with Ctrl-C:
+# the daemons end first (each logs "Exiting"), then the device.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -21,10 +24,12 @@ while [ $# -gt 0 ]; do
   case "$1" in
     --live) live=1 ;;
     --seed) seed="$2"; shift ;;
-    *) echo "usage: bash scripts/run.sh [--live] [--seed N]" >&2; exit 2 ;;
+    *) break ;;
   esac
   shift
 done
+# Any other arguments go to a single daemon instead of the two.
+daemon_args=("$@")
 
 bash scripts/setup.sh
 if [ ! -f build/CMakeCache.txt ]; then
@@ -68,8 +73,13 @@ for _ in $(seq 100); do [ -p "$sysroot/root/proc/perfinfo" ] && break; sleep 0.1
 [ -p "$sysroot/root/proc/perfinfo" ] || { echo "the device did not start" >&2; exit 1; }
 
 export HALVEXD_SYSROOT="$sysroot/root"
-build/halvexd -s 1 -t 1 &
-pids+=($!)
-build/halvexd -s 6 -t 1 &
-pids+=($!)
+if [ ${#daemon_args[@]} -gt 0 ]; then
+  build/halvexd "${daemon_args[@]}" &
+  pids+=($!)
+else
+  build/halvexd -s 1 -t 1 &
+  pids+=($!)
+  build/halvexd -s 6 -t 1 &
+  pids+=($!)
+fi
 wait
