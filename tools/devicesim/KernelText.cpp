@@ -36,8 +36,10 @@ std::string KernelText::meminfo(const std::vector<std::pair<std::string, uint64_
   std::string text;
   char line[96];
   for (const auto& [name, kb] : fields) {
-    std::snprintf(line, sizeof(line), "%-15s %8llu kB\n", (name + ":").c_str(),
-                  static_cast<unsigned long long>(kb));
+    // The huge page counts are page counts, the only lines without a unit.
+    const bool pages = name.rfind("HugePages_", 0) == 0;
+    std::snprintf(line, sizeof(line), pages ? "%-15s %8llu\n" : "%-15s %8llu kB\n",
+                  (name + ":").c_str(), static_cast<unsigned long long>(kb));
     text += line;
   }
   return text;

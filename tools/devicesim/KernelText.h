@@ -25,7 +25,8 @@ class KernelText {
   static std::string procStat(const CpuCounters& total, const std::vector<CpuCounters>& perCpu,
                               const std::string& tail);
 
-  // /proc/meminfo from (name, kB) pairs, in order.
+  // /proc/meminfo from (name, kB) pairs, in order; the HugePages_ counts are
+  // written without a unit, as the kernel writes them.
   static std::string meminfo(const std::vector<std::pair<std::string, uint64_t>>& fields);
 };
 

@@ -1,7 +1,5 @@
 #include "tools/devicesim/SampleDevice.h"
 
-#include <dirent.h>
-
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -232,10 +230,10 @@ void SampleDevice::advanceProcesses() {
     }
     if (ticks > 0 || stepCount == 0) writeProcess(process);
     // PSS drifts within a band around the process's own size.
-    double& pss = process.basePssKb;
+    const double base = process.basePssKb;
     const double drifted = static_cast<double>(pssByPid[process.pid]) * (0.985 + 0.03 * unit());
     pssByPid[process.pid] = static_cast<uint64_t>(
-        process.kernelThread ? 0 : std::clamp(drifted, pss * 0.7, pss * 1.3));
+        process.kernelThread ? 0 : std::clamp(drifted, base * 0.7, base * 1.3));
   }
 }
 
