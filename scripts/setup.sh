@@ -9,7 +9,7 @@ if [ $# -gt 0 ]; then
   packages=("$@")
 else
   packages=(build-essential cmake pkg-config libcjson-dev libgtest-dev libgmock-dev libbenchmark-dev procps
-            clang libclang-rt-14-dev)
+            clang libclang-rt-14-dev python3)
 fi
 
 missing=()

@@ -19,6 +19,7 @@ cmake --build build-arm64 -j"$(nproc)"
 # - tests that start a second thread in the test process (the /proc/perfinfo
 #   stand-in, the CPU counter pump, concurrent writers): this emulator spins
 #   for ever inside thread creation, even for a program that only starts and
-#   joins one thread. They all run in the native build.
+#   joins one thread. They all run in the native build;
+# - the report tool's test, a host script that runs the decoder directly.
 ctest --test-dir build-arm64 --output-on-failure -j"$(nproc)" \
-  -E 'Soak|SignalTrial|ConcurrentWriters|PerfinfoTest|ProcessMemMonitorTest|DefaultConfigTest|EndToEndTest.UsageMonitors|RecordRoundTripTest|MetricCatalogueTest'
+  -E 'Soak|SignalTrial|ConcurrentWriters|PerfinfoTest|ProcessMemMonitorTest|DefaultConfigTest|EndToEndTest.UsageMonitors|RecordRoundTripTest|MetricCatalogueTest|DeviceSimTest.Daemons|ReportTool'

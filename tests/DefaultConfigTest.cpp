@@ -8,8 +8,8 @@
 
 #include "config/HalvexConfig.h"
 #include "daemon/MonitorFactory.h"
-#include "tests/support/PerfinfoServer.h"
 #include "tests/support/TestSupport.h"
+#include "tools/devicesim/PerfinfoServer.h"
 
 namespace halvexd {
 namespace {
@@ -36,8 +36,8 @@ TEST(DefaultConfigTest, EveryMonitorWritesEveryRecordItsNamesSwitchOn) {
                              device.path() + kSystemConfig,
                              std::filesystem::copy_options::overwrite_existing);
   ScopedSysroot sysroot(device.path());
-  testing::PerfinfoServer perfinfo(device.path(),
-                                   testing::PerfinfoServer::byPid({{1024, 187432}, {612, 40960}}));
+  devicesim::PerfinfoServer perfinfo(device.path(),
+                                     devicesim::PerfinfoServer::byPid({{1024, 187432}, {612, 40960}}));
 
   HalvexConfig::instance().resetConfig();
   ASSERT_TRUE(HalvexConfig::instance().loadConfig(kSystemConfig));

@@ -10,16 +10,16 @@
 #include "config/HalvexConfig.h"
 #include "platform/LogBuffers.h"
 #include "tests/support/MetricRecords.h"
-#include "tests/support/PerfinfoServer.h"
 #include "tests/support/ProcessTree.h"
 #include "tests/support/TestSupport.h"
+#include "tools/devicesim/PerfinfoServer.h"
 
 namespace halvexd::processmemmonitor {
 namespace {
 
 using testing::LogCapture;
 using testing::LogRecord;
-using testing::PerfinfoServer;
+using devicesim::PerfinfoServer;
 using testing::ScopedSysroot;
 using testing::TempDir;
 

@@ -7,9 +7,9 @@
 
 #include "platform/LogBuffers.h"
 #include "stats/StatUtil.h"
-#include "tests/support/PerfinfoServer.h"
 #include "tests/support/ProcessTree.h"
 #include "tests/support/TestSupport.h"
+#include "tools/devicesim/PerfinfoServer.h"
 
 namespace halvexd {
 namespace {
@@ -19,7 +19,7 @@ using testing::FakeProcess;
 using testing::fixturePath;
 using testing::LogCapture;
 using testing::LogRecord;
-using testing::PerfinfoServer;
+using devicesim::PerfinfoServer;
 using testing::ScopedSysroot;
 using testing::TempDir;
 

@@ -1,12 +1,8 @@
 #include "tests/soak/SoakDevice.h"
 
 #include <fcntl.h>
-#include <poll.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -14,6 +10,7 @@
 #include <stdexcept>
 
 #include "tests/support/ProcessTree.h"
+#include "tools/devicesim/KernelText.h"
 
 namespace halvexd::soak {
 namespace {
@@ -44,69 +41,6 @@ std::string cmdlineOf(int slot) {
 }
 
 }  // namespace
-
-PerfinfoResponder::PerfinfoResponder(const std::string& procDir)
-    : fifoPath(procDir + "/perfinfo"), asidePath(procDir + "/.perfinfo.next") {
-  reader = openFreshFifo(fifoPath);
-  if (reader < 0) throw std::runtime_error("cannot create the perfinfo FIFO");
-  worker = std::thread([this] { serve(); });
-}
-
-PerfinfoResponder::~PerfinfoResponder() {
-  stop = true;
-  worker.join();
-  if (reader >= 0) close(reader);
-}
-
-int PerfinfoResponder::openFreshFifo(const std::string& path) {
-  unlink(path.c_str());
-  if (mkfifo(path.c_str(), 0600) != 0) return -1;
-  return open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-}
-
-void PerfinfoResponder::serve() {
-  while (!stop) {
-    // The pid, until the daemon closes its end.
-    char request[32];
-    size_t length = 0;
-    bool closedByWriter = false;
-    while (!stop && !closedByWriter) {
-      pollfd waitFor{reader, POLLIN, 0};
-      if (poll(&waitFor, 1, 20) <= 0) continue;
-      ssize_t got = read(reader, request + length, sizeof(request) - 1 - length);
-      if (got > 0) {
-        length += static_cast<size_t>(got);
-        if (length == sizeof(request) - 1) length = 0;  // not a pid: start over
-      } else if (got == 0) {
-        closedByWriter = true;
-      } else if (errno != EAGAIN && errno != EINTR) {
-        return;
-      }
-    }
-    if (stop) return;
-    close(reader);
-    reader = -1;
-    // The daemon reopens the file to read the answer; a fresh FIFO goes into
-    // place before the answer is written, for the next exchange.
-    int writer = -1;
-    while (!stop && (writer = open(fifoPath.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC)) < 0) {
-      if (errno != ENXIO && errno != EINTR) return;
-      std::this_thread::sleep_for(std::chrono::microseconds(200));
-    }
-    if (writer < 0) return;
-    reader = openFreshFifo(asidePath);
-    if (reader < 0 || std::rename(asidePath.c_str(), fifoPath.c_str()) != 0) {
-      close(writer);
-      return;
-    }
-    request[length] = '\0';
-    char reply[64];
-    int replyLength = std::snprintf(reply, sizeof(reply), "Pss: %ld kB\n", std::atol(request));
-    (void)!::write(writer, reply, static_cast<size_t>(replyLength));
-    close(writer);
-    ++served;
-  }
-}
 
 SoakDevice::SoakDevice() : bornAt(kSlots, 0) {
   // Files change on every tick: memory-backed storage keeps that cheap.
@@ -171,13 +105,10 @@ void SoakDevice::writeCpu(unsigned long step) const {
   uint64_t system = 4294967296ULL - 30000 + 3 * step;
   uint64_t idle = 500000 + step + 9 * (step / 3);
   uint64_t iowait = 100 + step;
-  char text[256];
-  std::snprintf(text, sizeof(text),
-                "cpu  %llu 0 %llu %llu %llu 50 60 0 0 0\ncpu0 1 2 3 4 5 6 7 0 0 0\n"
-                "intr 12345 0 0\nctxt 987654\nbtime 1700000000\n",
-                static_cast<unsigned long long>(user), static_cast<unsigned long long>(system),
-                static_cast<unsigned long long>(idle), static_cast<unsigned long long>(iowait));
-  write("proc/stat", text);
+  write("proc/stat", devicesim::KernelText::procStat(
+                         {user, 0, system, idle, iowait, 50, 60, 0, 0, 0},
+                         {{1, 2, 3, 4, 5, 6, 7, 0, 0, 0}},
+                         "intr 12345 0 0\nctxt 987654\nbtime 1700000000\n"));
 }
 
 void SoakDevice::writeMeminfo() const {
@@ -198,21 +129,14 @@ void SoakDevice::writeMeminfo() const {
   // hundred ticks.
   uint64_t usedPercent = 90 + (p / 10) % 10;
   uint64_t available = kMemTotalKb * (100 - usedPercent) / 100;
-  char text[1024];
-  std::snprintf(text, sizeof(text),
-                "MemTotal:        %llu kB\nMemFree:          %llu kB\nMemAvailable:     %llu kB\n"
-                "Buffers:           10360 kB\nCached:          1699808 kB\n"
-                "SwapCached:         1024 kB\nActive:          1500000 kB\n"
-                "Inactive:         900000 kB\nActive(anon):     702392 kB\n"
-                "Inactive(anon):   310224 kB\nActive(file):     797608 kB\n"
-                "Inactive(file):   589776 kB\nSwapTotal:       2097148 kB\n"
-                "SwapFree:        1500000 kB\nShmem:              8000 kB\n"
-                "SUnreclaim:        90000 kB\nKernelStack:        30000 kB\n"
-                "PageTables:         60000 kB\n",
-                static_cast<unsigned long long>(kMemTotalKb),
-                static_cast<unsigned long long>(available / 2),
-                static_cast<unsigned long long>(available));
-  write("proc/meminfo", text);
+  write("proc/meminfo",
+        devicesim::KernelText::meminfo(
+            {{"MemTotal", kMemTotalKb}, {"MemFree", available / 2}, {"MemAvailable", available},
+             {"Buffers", 10360}, {"Cached", 1699808}, {"SwapCached", 1024}, {"Active", 1500000},
+             {"Inactive", 900000}, {"Active(anon)", 702392}, {"Inactive(anon)", 310224},
+             {"Active(file)", 797608}, {"Inactive(file)", 589776}, {"SwapTotal", 2097148},
+             {"SwapFree", 1500000}, {"Shmem", 8000}, {"SUnreclaim", 90000},
+             {"KernelStack", 30000}, {"PageTables", 60000}}));
 }
 
 void SoakDevice::writeSystemMemFiles() const {

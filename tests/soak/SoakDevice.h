@@ -3,7 +3,7 @@
 // wrapping at 32 bits, another crossing 2^32), memory use swings across the
 // 95 % threshold, a hundred and twenty process slots are born, die and are
 // born again under the same pid, kill counts rise, and kernel files vanish and
-// come back truncated or garbled. It also plays the kernel's /proc/perfinfo.
+// come back truncated or garbled.
 //
 // Everything a monitor keeps depends only on the tick's place in the cycle,
 // so the daemon's memory after any whole number of cycles must be what it was
@@ -12,36 +12,10 @@
 
 #include <sys/statvfs.h>
 
-#include <atomic>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace halvexd::soak {
-
-// The daemon's side of /proc/perfinfo: a FIFO served by a thread that answers
-// each pid written with "Pss: <pid> kB". It keeps no record of the exchanges,
-// so it holds the same memory and descriptors after every one of them.
-class PerfinfoResponder {
- public:
-  explicit PerfinfoResponder(const std::string& procDir);
-  ~PerfinfoResponder();
-  PerfinfoResponder(const PerfinfoResponder&) = delete;
-  PerfinfoResponder& operator=(const PerfinfoResponder&) = delete;
-
-  unsigned long exchanges() const { return served; }
-
- private:
-  void serve();
-  int openFreshFifo(const std::string& path);
-
-  std::string fifoPath;
-  std::string asidePath;
-  int reader = -1;
-  std::atomic<bool> stop{false};
-  std::atomic<unsigned long> served{0};
-  std::thread worker;
-};
 
 class SoakDevice {
  public:

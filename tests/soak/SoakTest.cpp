@@ -27,6 +27,7 @@
 #include "platform/LogBuffers.h"
 #include "tests/soak/SoakDevice.h"
 #include "tests/support/TestSupport.h"
+#include "tools/devicesim/PerfinfoServer.h"
 
 #if defined(__SANITIZE_ADDRESS__)
 #define HALVEXD_SOAK_UNDER_ASAN 1
@@ -129,7 +130,13 @@ class SoakTest : public ::testing::Test {
 TEST_F(SoakTest, HundredThousandTicksOfChangingFilesLeaveNoTrace) {
   SoakDevice device;
   ScopedSysroot sysroot(device.root());
-  soak::PerfinfoResponder perfinfo(device.root() + "/proc");
+  // Answers each pid with "Pss: <pid> kB" and keeps nothing per exchange.
+  devicesim::PerfinfoServer perfinfo(
+      device.root(),
+      [](const std::string& written) {
+        return devicesim::PerfinfoServer::pssLine(std::strtoul(written.c_str(), nullptr, 10));
+      },
+      false);
   setStatvfsForTesting([&device](const std::string& path, struct statvfs* out) {
     return device.statvfsOf(path, out);
   });

@@ -2,16 +2,12 @@
 
 #include <filesystem>
 
+#include "tools/devicesim/KernelText.h"
+
 namespace halvexd::testing {
 
 std::string statLine(const FakeProcess& p) {
-  const std::string pid = std::to_string(p.pid);
-  return pid + " (" + p.comm + ") S 1 " + pid + " 0 0 -1 1077936384 4121 0 12 0 " +
-         std::to_string(p.utime) + " " + std::to_string(p.stime) + " 0 0 20 0 9 0 312 " +
-         "10999922688 " + std::to_string(p.rss) +
-         " 18446744073709551615 367001354240 367002562198 549755700000 0 0 0 0 4096 1073775864 "
-         "0 0 0 17 2 0 0 5 0 0 367002654240 367002694240 367010354240 549755813000 "
-         "549755813100 549755813100 549755814000 0\n";
+  return devicesim::KernelText::processStat(p.pid, p.comm, p.utime, p.stime, p.rss);
 }
 
 void writeProcess(const TempDir& root, const FakeProcess& p) {

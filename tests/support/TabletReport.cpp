@@ -8,7 +8,7 @@
 
 #include "config/HalvexConfig.h"
 #include "daemon/MonitorFactory.h"
-#include "tests/support/PerfinfoServer.h"
+#include "tools/devicesim/PerfinfoServer.h"
 
 namespace halvexd::testing {
 
@@ -24,7 +24,8 @@ std::vector<LogRecord> reportEveryMonitorOverTheTablet(const std::string& config
   std::filesystem::copy_file(configPath, device.path() + kSystemConfig,
                              std::filesystem::copy_options::overwrite_existing);
   ScopedSysroot sysroot(device.path());
-  PerfinfoServer perfinfo(device.path(), PerfinfoServer::byPid({{1024, 187432}, {612, 40960}}));
+  devicesim::PerfinfoServer perfinfo(device.path(),
+                                     devicesim::PerfinfoServer::byPid({{1024, 187432}, {612, 40960}}));
 
   // Only the metrics buffer is returned; the start-up lines stay quiet.
   LogCapture capture;

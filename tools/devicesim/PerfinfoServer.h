@@ -1,4 +1,4 @@
-// Plays the kernel's /proc/perfinfo inside a test device tree: a FIFO at
+// Plays the kernel's /proc/perfinfo inside a device tree: a FIFO at
 // <root>/proc/perfinfo served by a thread. As the kernel does, it answers a
 // read with the figure of the pid that was written before it, so a reader
 // that reads without writing first, or writes something else, gets nothing
@@ -18,7 +18,7 @@
 #include <thread>
 #include <vector>
 
-namespace halvexd::testing {
+namespace halvexd::devicesim {
 
 class PerfinfoServer {
  public:
@@ -26,16 +26,21 @@ class PerfinfoServer {
   // reply closes the file without a line).
   using Answer = std::function<std::string(const std::string& written)>;
 
-  PerfinfoServer(const std::string& root, Answer answer);
+  // With `keepWrites` false nothing is kept per exchange, so a long run holds
+  // the same memory after every exchange.
+  PerfinfoServer(const std::string& root, Answer answer, bool keepWrites = true);
   ~PerfinfoServer();
   PerfinfoServer(const PerfinfoServer&) = delete;
   PerfinfoServer& operator=(const PerfinfoServer&) = delete;
 
-  // What each exchange wrote, in order.
+  // What each exchange wrote, in order (empty unless writes are kept).
   std::vector<std::string> written() const;
+  unsigned long exchanges() const { return served; }
 
   // "Pss: <kB> kB\n" for the pids of `table` and "Pss: 0 kB\n" for others.
   static Answer byPid(std::vector<std::pair<int, unsigned long>> table);
+  // The reply the kernel gives for a figure in kB.
+  static std::string pssLine(unsigned long kb);
 
  private:
   void serve();
@@ -45,11 +50,13 @@ class PerfinfoServer {
   std::string fifoPath;
   std::string asidePath;
   Answer answer;
+  bool keep;
   int reader = -1;
   std::atomic<bool> stop{false};
+  std::atomic<unsigned long> served{0};
   mutable std::mutex lock;
   std::vector<std::string> requests;
   std::thread worker;
 };
 
-}  // namespace halvexd::testing
+}  // namespace halvexd::devicesim

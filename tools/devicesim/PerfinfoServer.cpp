@@ -1,4 +1,4 @@
-#include "tests/support/PerfinfoServer.h"
+#include "tools/devicesim/PerfinfoServer.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -11,18 +11,21 @@
 #include <filesystem>
 #include <stdexcept>
 
-namespace halvexd::testing {
+namespace halvexd::devicesim {
 namespace {
 
 // How long the thread waits between looks at its stop flag.
 constexpr int kPollMillis = 20;
+// A pid is a few digits; a longer write is not one and is not kept whole.
+constexpr size_t kMaxRequestBytes = 64;
 
 }  // namespace
 
-PerfinfoServer::PerfinfoServer(const std::string& root, Answer answerFn)
+PerfinfoServer::PerfinfoServer(const std::string& root, Answer answerFn, bool keepWrites)
     : fifoPath(root + "/proc/perfinfo"),
       asidePath(root + "/proc/.perfinfo.next"),
-      answer(std::move(answerFn)) {
+      answer(std::move(answerFn)),
+      keep(keepWrites) {
   std::filesystem::create_directories(root + "/proc");
   // The first FIFO is in place, with a reader holding it, before the
   // constructor returns: a write made at once is kept for the thread.
@@ -44,19 +47,23 @@ std::vector<std::string> PerfinfoServer::written() const {
   return requests;
 }
 
+std::string PerfinfoServer::pssLine(unsigned long kb) {
+  return "Pss: " + std::to_string(kb) + " kB\n";
+}
+
 PerfinfoServer::Answer PerfinfoServer::byPid(std::vector<std::pair<int, unsigned long>> table) {
   return [table](const std::string& written) {
     for (const auto& [pid, kb] : table) {
-      if (written == std::to_string(pid)) return "Pss: " + std::to_string(kb) + " kB\n";
+      if (written == std::to_string(pid)) return pssLine(kb);
     }
-    return std::string("Pss: 0 kB\n");
+    return pssLine(0);
   };
 }
 
 int PerfinfoServer::openFreshFifo(const std::string& path) {
   unlink(path.c_str());
   if (mkfifo(path.c_str(), 0600) != 0) return -1;
-  return open(path.c_str(), O_RDONLY | O_NONBLOCK);
+  return open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
 }
 
 void PerfinfoServer::serve() {
@@ -71,7 +78,7 @@ void PerfinfoServer::serve() {
       char buffer[64];
       ssize_t got = read(reader, buffer, sizeof(buffer));
       if (got > 0) {
-        request.append(buffer, static_cast<size_t>(got));
+        if (request.size() < kMaxRequestBytes) request.append(buffer, static_cast<size_t>(got));
       } else if (got == 0) {
         closedByWriter = true;
       } else if (errno != EAGAIN && errno != EINTR) {
@@ -79,7 +86,7 @@ void PerfinfoServer::serve() {
       }
     }
     if (stop) return;
-    {
+    if (keep) {
       std::lock_guard<std::mutex> hold(lock);
       requests.push_back(request);
     }
@@ -90,9 +97,9 @@ void PerfinfoServer::serve() {
     // a writer comes), then move a fresh FIFO into place for the next
     // exchange before answering.
     int writer = -1;
-    while (!stop && (writer = open(fifoPath.c_str(), O_WRONLY | O_NONBLOCK)) < 0) {
+    while (!stop && (writer = open(fifoPath.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC)) < 0) {
       if (errno != ENXIO && errno != EINTR) return;
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+      std::this_thread::sleep_for(std::chrono::microseconds(200));
     }
     if (writer < 0) return;
     reader = openFreshFifo(asidePath);
@@ -108,7 +115,8 @@ void PerfinfoServer::serve() {
       sent += static_cast<size_t>(put);
     }
     close(writer);
+    ++served;
   }
 }
 
-}  // namespace halvexd::testing
+}  // namespace halvexd::devicesim

@@ -1,0 +1,98 @@
+"""The figures halvex-report draws its page from, over a committed log of the
+moving sample tablet (tests/fixtures/report/run.log: two daemons, one with
+-s 1 -t 1 and one with -s 6 -t 1, their first 13 seconds).
+
+    python3 report_data_test.py REPORT_TOOL DECODER FIXTURE_LOG TABLET_CONFIG
+"""
+
+import json
+import os
+import subprocess
+import sys
+import tempfile
+import unittest
+
+TOOL, DECODER, LOG, CONFIG = sys.argv[1:5]
+
+
+def figures(log_path, config=None):
+    extra = ["--config", config] if config else []
+    out = subprocess.run([sys.executable, TOOL, "--decoder", DECODER, "--data", log_path] + extra,
+                         stdout=subprocess.PIPE, check=True)
+    return json.loads(out.stdout)
+
+
+def top(report):
+    return [(entry["name"], entry["value"]) for entry in report["top"]]
+
+
+class ReportDataTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.data = figures(LOG)
+
+    def test_usage_reports_and_crossings(self):
+        data = self.data
+        cases = [
+            ("CPU percentiles", data["usage"]["CPUUtilization"],
+             [{"line": 13, "time": 3.013, "P50": 51, "P75": 58, "P90": 58, "P99": 58, "P100": 67}]),
+            ("memory percentiles", data["usage"]["MemoryUtilization"],
+             [{"line": 30, "time": 4.016, "P50": 82, "P75": 83, "P90": 84, "P99": 84, "P100": 86}]),
+            # Both daemons log their own crossing; each is a mark of its own.
+            ("crossings", [(c["name"], c["time"], c["value"]) for c in data["crossings"]],
+             [("CPUUtilization", 9.034, 99), ("MemoryUtilization", 12.04, 97),
+              ("MemoryUtilization", 12.051, 97)]),
+            ("levels between reports",
+             [(p["time"], p["value"]) for p in data["levels"]["CPUUtilization"]],
+             [(0.0, 46), (0.01, 46), (9.034, 99)]),
+        ]
+        for name, got, expected in cases:
+            with self.subTest(name):
+                self.assertEqual(got, expected)
+
+    def test_per_report_figures(self):
+        data = self.data
+        kills = data["kills"][0]["counts"]
+        memory = data["memory"][0]["kb"]
+        cases = [
+            # Ties are broken by name; five per report.
+            ("top CPU of the first report", top(data["top_cpu"][0]),
+             [("system_server", 15.9681), ("init", 11.976), ("m.android.phone", 10.978),
+              ("ndroid.systemui", 10.978), ("surfaceflinger", 10.978)]),
+            ("CPU reports", len(data["top_cpu"]), 4),
+            ("PSS per report", [top(r) for r in data["top_pss"]],
+             [[("droid.launcher3", 96285), ("m.android.email", 91946)],
+              [("system_server", 168779), ("main", 65483)], [("/system/bin/storaged", 2616)]]),
+            ("kills by class", kills,
+             {"persistent": 0, "fg": 3, "visible": 7, "perceptible": 20, "backup": 45,
+              "other": 281}),
+            ("kill reports", [r["counts"]["other"] for r in data["kills"]], [281, 291]),
+            ("zram, KSM and swap", memory,
+             {"zram_mem_used_kb": 211806, "mem_swap_uncompressed": 653822,
+              "mem_ksm_saving": 51972, "mem_ksm_overhead": 3716,
+              "swap_used_kb": 2097148 - 1443326}),
+            ("disk", [(d["used_percent"], d["free_inodes_percent"]) for d in data["disk"]],
+             [({"/data": 7, "/system": 7}, {"/data": 97})] * 2),
+        ]
+        for name, got, expected in cases:
+            with self.subTest(name):
+                self.assertEqual(got, expected)
+
+    def test_structured_records_stand_in_for_missing_plain_ones(self):
+        # A configuration with the plain interface off for "PssKB": the same
+        # reports come from the structured records, one line per value, which
+        # the decoder attributes to "PssKB" through the configuration.
+        with open(LOG) as log:
+            lines = [l for l in log if "ProcessMemMonitorTablet:PssKB:" not in l]
+        with tempfile.NamedTemporaryFile("w", suffix=".log", delete=False) as stripped:
+            stripped.writelines(lines)
+        try:
+            got = figures(stripped.name, CONFIG)
+        finally:
+            os.unlink(stripped.name)
+        self.assertEqual([(r["time"], top(r)) for r in got["top_pss"]],
+                         [(r["time"], top(r)) for r in self.data["top_pss"]])
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1])
