@@ -6,14 +6,12 @@
 #include <limits>
 #include <string>
 
-#include "daemon/SharedStrings.h"
 #include "platform/Sysroot.h"
 
 namespace halvexd::cpuusagemonitor {
 namespace {
 
 const std::string kStatPath = "/proc/stat";
-const std::string kModuleName = "CpuUsageMonitor";
 constexpr int kThresholdPercent = 95;
 // The aggregate line holds ten counters on current kernels; a line with far
 // more is not /proc/stat, and reading it must not grow without bound.
@@ -84,10 +82,7 @@ bool CpuUsageMonitor::getFastUtilizationSnapshot(unsigned long tick) {
 }
 
 bool CpuUsageMonitor::check(unsigned long tick, bool force) {
-  if (!force) {
-    if (!active) return true;
-    if (tickRemainder(tick, sampleIntervalTicks) != 0) return true;
-  }
+  if (!sampleDue(tick, force, 0)) return true;
   if (!getFastUtilizationSnapshot(tick)) {
     return false;
   }
@@ -98,8 +93,7 @@ bool CpuUsageMonitor::check(unsigned long tick, bool force) {
 }
 
 void CpuUsageMonitor::log() {
-  reportUsageDistribution(
-      {"CpuSys", "cpu", "cpu_sys_aggregation_period", "SysHealthCpuUsage", kModuleName.c_str()});
+  reportUsageDistribution(kPublishNames, "CpuSys");
 }
 
 }  // namespace halvexd::cpuusagemonitor
