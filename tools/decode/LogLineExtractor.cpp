@@ -1,17 +1,19 @@
-#include "tools/LogLineExtractor.h"
+#include "tools/decode/LogLineExtractor.h"
 
 #include <cjson/cJSON.h>
 
 #include <cctype>
 #include <cstring>
 
+#include "metrics/RecordVocabulary.h"
+
 namespace halvexd::tools {
 
-const char* const LogLineExtractor::kMetricsTag = "metrics.halvexd";
+const char* const LogLineExtractor::kMetricsTag = records::kMetricsTag;
 
 namespace {
 
-const char* const kMetricsBufferMark = "[metrics] ";
+const char* const kMetricsBufferMark = records::kHostMetricsMark;
 const char* const kPriorityLetters = "VDIWEFSA";
 
 bool isDigitAt(const std::string& text, size_t at) {

@@ -29,13 +29,13 @@
 
 #include <string>
 
-#include "tools/DecodedRecord.h"
-#include "tools/StructuredRecordAttributor.h"
+#include "tools/decode/DecodedRecord.h"
+#include "tools/decode/StructuredRecordAttributor.h"
 
 namespace halvexd::tools {
 
 // The device fields every structured record ends with, written empty.
-extern const char* const kStructuredRecordDeviceFields;
+const std::string& structuredRecordDeviceFields();
 
 class MetricRecordParser {
  public:

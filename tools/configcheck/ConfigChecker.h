@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/DaemonPublishNames.h"
+#include "tools/common/DaemonPublishNames.h"
 
 namespace halvexd::tools {
 

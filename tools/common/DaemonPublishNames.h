@@ -2,7 +2,8 @@
 // hands to that publish: the record kinds a configuration can switch on and,
 // for multi-field samples, the fields it sends. The configuration checker and
 // the metric catalogue's test read this table; it follows the monitors'
-// report code.
+// report code: it is built from the monitor factory's table and the names
+// each monitor declares beside its report.
 #pragma once
 
 #include <string>

@@ -1,6 +1,6 @@
-#include "tools/RecordDecoder.h"
+#include "tools/decode/RecordDecoder.h"
 
-#include "tools/LogLineExtractor.h"
+#include "tools/decode/LogLineExtractor.h"
 
 namespace halvexd::tools {
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/ConfigCheckCommand.h"
+#include "tools/configcheck/ConfigCheckCommand.h"
 
 int main(int argc, char** argv) {
   std::vector<std::string> args(argv + 1, argv + argc);

@@ -1,10 +1,11 @@
-#include "tools/ConfigChecker.h"
+#include "tools/configcheck/ConfigChecker.h"
 
 #include <algorithm>
 #include <set>
 
 #include "config/HalvexConfig.h"
 #include "metrics/MetricLogger.h"
+#include "metrics/RecordVocabulary.h"
 #include "metrics/SysHealthMetricLogger.h"
 
 namespace halvexd::tools {
@@ -44,7 +45,8 @@ ConfigChecker::Finding ConfigChecker::plainRecord(const PublishNameUse& use) {
     finding.detail = "plain interface inactive (\"TRAZ_Metric_Interface\" \"Active\" is not true)";
   } else {
     finding.written = true;
-    finding.detail = "as \"" + use.monitor + "Tablet:" + use.publishName + ":...:NR\"";
+    finding.detail = "as \"" + use.monitor + records::kDeviceSuffix + ":" + use.publishName +
+                     ":..." + records::kPlainEnding + "\"";
   }
   return finding;
 }

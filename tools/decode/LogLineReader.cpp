@@ -1,4 +1,4 @@
-#include "tools/LogLineReader.h"
+#include "tools/decode/LogLineReader.h"
 
 namespace halvexd::tools {
 

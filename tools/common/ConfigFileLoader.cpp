@@ -1,4 +1,4 @@
-#include "tools/ConfigFileLoader.h"
+#include "tools/common/ConfigFileLoader.h"
 
 #include "config/HalvexConfig.h"
 #include "config/cJSONExtras.h"

@@ -1,7 +1,7 @@
-#include "tools/ConfigCheckCommand.h"
+#include "tools/configcheck/ConfigCheckCommand.h"
 
-#include "tools/ConfigChecker.h"
-#include "tools/ConfigFileLoader.h"
+#include "tools/configcheck/ConfigChecker.h"
+#include "tools/common/ConfigFileLoader.h"
 
 namespace halvexd::tools {
 namespace {

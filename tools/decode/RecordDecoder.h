@@ -7,9 +7,9 @@
 #include <istream>
 #include <ostream>
 
-#include "tools/DecodedValueWriter.h"
-#include "tools/LogLineReader.h"
-#include "tools/MetricRecordParser.h"
+#include "tools/decode/DecodedValueWriter.h"
+#include "tools/decode/LogLineReader.h"
+#include "tools/decode/MetricRecordParser.h"
 
 namespace halvexd::tools {
 

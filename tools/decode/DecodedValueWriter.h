@@ -7,7 +7,7 @@
 #include <ostream>
 #include <string>
 
-#include "tools/DecodedRecord.h"
+#include "tools/decode/DecodedRecord.h"
 
 namespace halvexd::tools {
 

@@ -1,4 +1,4 @@
-#include "tools/StructuredRecordAttributor.h"
+#include "tools/decode/StructuredRecordAttributor.h"
 
 namespace halvexd::tools {
 

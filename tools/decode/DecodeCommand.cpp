@@ -1,4 +1,4 @@
-#include "tools/DecodeCommand.h"
+#include "tools/decode/DecodeCommand.h"
 
 #include <sys/stat.h>
 
@@ -9,9 +9,9 @@
 #include <memory>
 
 #include "config/HalvexConfig.h"
-#include "tools/ConfigFileLoader.h"
-#include "tools/RecordDecoder.h"
-#include "tools/StructuredRecordAttributor.h"
+#include "tools/common/ConfigFileLoader.h"
+#include "tools/decode/RecordDecoder.h"
+#include "tools/decode/StructuredRecordAttributor.h"
 
 namespace halvexd::tools {
 namespace {

@@ -1,4 +1,4 @@
-#include "tools/DecodedValueWriter.h"
+#include "tools/decode/DecodedValueWriter.h"
 
 #include <cstdio>
 

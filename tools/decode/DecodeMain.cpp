@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/DecodeCommand.h"
+#include "tools/decode/DecodeCommand.h"
 
 int main(int argc, char** argv) {
   std::vector<std::string> args(argv + 1, argv + argc);
