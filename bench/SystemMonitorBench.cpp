@@ -15,7 +15,7 @@
 #include "daemon/MonitorFactory.h"
 #include "platform/LogBuffers.h"
 #include "platform/host/HostLog.h"
-#include "tests/bench/BenchRegistry.h"
+#include "bench/BenchRegistry.h"
 
 namespace halvexd::bench {
 namespace {

@@ -1,4 +1,4 @@
-#include "tests/bench/ProcFiles.h"
+#include "bench/ProcFiles.h"
 
 #include <dirent.h>
 #include <fcntl.h>

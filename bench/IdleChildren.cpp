@@ -1,4 +1,4 @@
-#include "tests/bench/IdleChildren.h"
+#include "bench/IdleChildren.h"
 
 #include <signal.h>
 #include <sys/prctl.h>

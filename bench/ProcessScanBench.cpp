@@ -10,9 +10,9 @@
 #include "monitors/ProcessCpuMonitor.h"
 #include "monitors/ProcessMemMonitor.h"
 #include "stats/StatUtil.h"
-#include "tests/bench/BenchRegistry.h"
-#include "tests/bench/IdleChildren.h"
-#include "tests/bench/ProcFiles.h"
+#include "bench/BenchRegistry.h"
+#include "bench/IdleChildren.h"
+#include "bench/ProcFiles.h"
 
 namespace halvexd::bench {
 namespace {

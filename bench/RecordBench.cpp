@@ -10,7 +10,7 @@
 #include "config/HalvexConfig.h"
 #include "metrics/MetricLogger.h"
 #include "platform/LogBuffers.h"
-#include "tests/bench/BenchRegistry.h"
+#include "bench/BenchRegistry.h"
 
 namespace halvexd::bench {
 namespace {

@@ -15,7 +15,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/bench/BenchRegistry.h"
+#include "bench/BenchRegistry.h"
 
 namespace {
 
