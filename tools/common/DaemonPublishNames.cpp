@@ -20,8 +20,10 @@ const std::vector<PublishNameUse>& daemonPublishNames() {
         std::sort(fields.begin(), fields.end());
         uses.push_back({health.publishName, monitor.monitor, Kind::SystemHealth, fields});
       }
-      std::vector<std::string> positional(names.positionalFields,
-                                          names.positionalFields + names.positionalFieldCount);
+      std::vector<std::string> positional;
+      for (size_t i = 0; i < names.positionalFieldCount; ++i) {
+        positional.emplace_back(names.positionalFields[i]);
+      }
       uses.push_back({names.plainName, monitor.monitor,
                       positional.empty() ? Kind::Values : Kind::ValuesWithPositionalFields,
                       positional});
