@@ -26,6 +26,7 @@ struct MonitorRow {
   uint64_t logcatTicks;
   uint64_t tickOffset;
   MonitorInterface* (*build)(const monitor_config& config);
+  const MonitorPublishNames* publishes;
 };
 
 // With 30-second ticks: 20 ticks are ten minutes, 120 an hour, 2880 a day.
@@ -34,27 +35,33 @@ const MonitorRow kMonitorTable[] = {
     {"ProcessCpuMonitor", 120, 120, 120, 0,
      [](const monitor_config& c) -> MonitorInterface* {
        return new processcpumonitor::ProcessCpuMonitor(c);
-     }},
+     },
+     &processcpumonitor::kPublishNames},
     {"ProcessMemMonitor", 120, 120, 120, 1,
      [](const monitor_config& c) -> MonitorInterface* {
        return new processmemmonitor::ProcessMemMonitor(c);
-     }},
+     },
+     &processmemmonitor::kPublishNames},
     {"SystemMemMonitor", 120, 120, 120, 2,
      [](const monitor_config& c) -> MonitorInterface* {
        return new systemmemmonitor::SystemMemMonitor(c);
-     }},
+     },
+     &systemmemmonitor::kPublishNames},
     {"CpuUsageMonitor", 1, 2880, 20, 3,
      [](const monitor_config& c) -> MonitorInterface* {
        return new cpuusagemonitor::CpuUsageMonitor(c, kPercentiles, kBucketBoundaries);
-     }},
+     },
+     &cpuusagemonitor::kPublishNames},
     {"MemoryUsageMonitor", 1, 2880, 20, 4,
      [](const monitor_config& c) -> MonitorInterface* {
        return new memoryusagemonitor::MemoryUsageMonitor(c, kPercentiles, kBucketBoundaries);
-     }},
+     },
+     &memoryusagemonitor::kPublishNames},
     {"DiskUsageMonitor", 2880, 2880, 2880, 5,
      [](const monitor_config& c) -> MonitorInterface* {
        return new diskusagemonitor::DiskUsageMonitor(c);
-     }},
+     },
+     &diskusagemonitor::kPublishNames},
 };
 
 void logMonitorConfig(const monitor_config& config) {
@@ -73,6 +80,15 @@ void logMonitorConfig(const monitor_config& config) {
 }
 
 }  // namespace
+
+const std::vector<MonitorPublishing>& monitorPublishNames() {
+  static const std::vector<MonitorPublishing> kNames = [] {
+    std::vector<MonitorPublishing> names;
+    for (const MonitorRow& row : kMonitorTable) names.push_back({row.name, row.publishes});
+    return names;
+  }();
+  return kNames;
+}
 
 bool configureMonitors(unsigned long sampleInterval, bool optionsGiven,
                        std::vector<MonitorInterface*>& monitors, bool) {

@@ -11,6 +11,15 @@ namespace halvexd {
 // `monitors`. When `optionsGiven`, `sampleInterval` replaces every monitor's
 // own sample interval. False after an allocation failure (monitors appended
 // before it stay in the vector). The last argument is not read.
+// A monitor of the factory's table with the names it publishes under.
+struct MonitorPublishing {
+  const char* monitor;
+  const MonitorPublishNames* names;
+};
+
+// Every monitor the daemon builds, in the order of the factory's table.
+const std::vector<MonitorPublishing>& monitorPublishNames();
+
 bool configureMonitors(unsigned long sampleInterval, bool optionsGiven,
                        std::vector<MonitorInterface*>& monitors, bool);
 

@@ -1,7 +1,7 @@
 #include "daemon/MonitorInterface.h"
 
 #include "config/HalvexConfig.h"
-#include "daemon/SharedStrings.h"
+#include "metrics/RecordVocabulary.h"
 
 namespace halvexd {
 namespace {
@@ -57,24 +57,39 @@ void MonitorInterface::resetMetricDistribution() {
   bucketCalculator->resetValues();
 }
 
-void MonitorInterface::reportUsageDistribution(const UsageReportNames& names) {
+bool MonitorInterface::sampleDue(unsigned long tick, bool force, uint64_t phase) const {
+  if (force) return true;
+  return active && tickRemainder(tick, sampleIntervalTicks) == phase;
+}
+
+void MonitorInterface::publishWithSystemHealth(const MonitorPublishNames& names, uint64_t period) {
+  const SystemHealthNames& health = *names.systemHealth;
+  sysHealthMetricLogger.appendStringToVec(health.typeField, health.type, records::kFieldSeparator);
+  if (health.keysHeader != nullptr) {
+    sysHealthMetricLogger.appendStringToVec(health.keysField, health.keysHeader,
+                                            records::kFieldSeparator);
+  }
+  sysHealthMetricLogger.appendUint64ToVec(health.periodField, period);
+  sysHealthMetricLogger.emitVedrixMetricPairVec(health.keysField);
+  sysHealthMetricLogger.publish(health.publishName);
+  metricLogger.publish(names.plainName);
+}
+
+void MonitorInterface::reportUsageDistribution(const MonitorPublishNames& names,
+                                               const char* percentilePrefix) {
   auto metrics = getPeriodicMetrics();
   resetMetricDistribution();
-  const std::string stem = names.fieldStem;
+  const SystemHealthNames& health = *names.systemHealth;
   const bool structured = HalvexConfig::instance().vedrixConfig.enabled;
   for (const auto& [metricName, value] : metrics) {
     metricLogger.emitMetricUint64(metricName, value);
     if (structured) {
       metricLogger.emitVedrixMetricUint64(metricName, value);
-      sysHealthMetricLogger.appendPercentileToVec(stem + "_metric_keys", names.prefix, metricName,
-                                                  stem + "_metric_values", std::to_string(value));
+      sysHealthMetricLogger.appendPercentileToVec(health.keysField, percentilePrefix, metricName,
+                                                  health.valuesField, std::to_string(value));
     }
   }
-  sysHealthMetricLogger.appendStringToVec(stem + "_metric_type", "System", kFieldSeparator);
-  sysHealthMetricLogger.appendUint64ToVec(names.periodKey, metricReportIntervalTicks);
-  sysHealthMetricLogger.emitVedrixMetricPairVec(stem + "_metric_keys");
-  sysHealthMetricLogger.publish(names.healthName);
-  metricLogger.publish(names.plainName);
+  publishWithSystemHealth(names, metricReportIntervalTicks);
 }
 
 }  // namespace halvexd

@@ -3,6 +3,7 @@
 // its main percentage with the metric names derived from it.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <list>
 #include <memory>
@@ -12,6 +13,7 @@
 
 #include "metrics/MetricLogger.h"
 #include "metrics/SysHealthMetricLogger.h"
+#include "stats/TickRemainder.h"
 #include "stats/BucketDistributionCalculator.h"
 #include "stats/PercentageDistributionCalculator.h"
 
@@ -26,12 +28,34 @@ struct monitor_config {
   uint64_t tickOffset = 0;
 };
 
-// `tick` modulo `interval`, where an interval of 0 leaves the tick itself: a
-// gate on an interval of 0 is met once, on the tick equal to the gate value.
-inline uint64_t tickRemainder(uint64_t tick, uint64_t interval) {
-  uint64_t quotient = interval == 0 ? 0 : tick / interval;
-  return tick - quotient * interval;
-}
+// The system-health sample a monitor publishes: its publish name, its four
+// fields (the type, keys and values lists and the period) and what the
+// monitor writes into the type and keys lists itself.
+struct SystemHealthNames {
+  const char* publishName;  // "SysHealthCpuUsage"
+  const char* typeField;    // "cpu_metric_type"
+  const char* keysField;    // "cpu_metric_keys": also names the structured sample
+  const char* valuesField;  // "cpu_metric_values"
+  const char* periodField;  // "cpu_sys_aggregation_period"
+  const char* type;         // "System" or "Process"
+  // The keys list's header ("AppName|percentage"), or null when the keys are
+  // the percentile names the report appends.
+  const char* keysHeader;
+};
+
+// Every name a monitor publishes under. The daemon's tools read these (through
+// the monitor factory's table) to know the records a configuration can switch
+// on, so they follow a renamed metric without a copy of their own.
+struct MonitorPublishNames {
+  // Null when the monitor sends no system-health sample.
+  const SystemHealthNames* systemHealth;
+  // The plain record's publish name, which also names the structured values.
+  const char* plainName;
+  // The fields of each structured multi-field sample sent under the plain
+  // name, by position; none when the structured records hold single values.
+  const char* const* positionalFields;
+  size_t positionalFieldCount;
+};
 
 class MonitorInterface {
  public:
@@ -84,21 +108,24 @@ class MonitorInterface {
   MonitorInterface() = default;
   explicit MonitorInterface(const monitor_config& config);
 
-  // Field keys and publish names of a usage monitor's report.
-  struct UsageReportNames {
-    const char* prefix;       // "CpuSys": names the percentiles in the health sample
-    const char* fieldStem;    // "cpu": the sample's fields are "<stem>_metric_keys" and so on
-    const char* periodKey;    // "cpu_sys_aggregation_period"
-    const char* healthName;   // "SysHealthCpuUsage"
-    const char* plainName;    // "CpuUsageMonitor"
-  };
+  // The tick gate at the head of check(): true when the monitor runs on
+  // `tick`, which is always when `force` is set, else when it is active and
+  // the tick falls `phase` ticks into its sample interval. The usage
+  // monitors sample on phase 0 and report on their offset; the others
+  // sample and report on their offset.
+  bool sampleDue(unsigned long tick, bool force, uint64_t phase) const;
+
+  // The tail of a report with a system-health sample: the sample's type,
+  // keys header (when it has one) and period go in, the sample is published,
+  // then the plain values are.
+  void publishWithSystemHealth(const MonitorPublishNames& names, uint64_t period);
 
   // The report of the two usage monitors: the distribution since the last
   // report (which is then cleared) as plain values, with the structured
-  // service on also as structured values and as percentiles in the
-  // system-health sample; the sample is published first, then the plain
-  // values.
-  void reportUsageDistribution(const UsageReportNames& names);
+  // service on also as structured values and as percentiles (named after
+  // `percentilePrefix`, "CpuSys") in the system-health sample; the sample is
+  // published first, then the plain values.
+  void reportUsageDistribution(const MonitorPublishNames& names, const char* percentilePrefix);
 };
 
 }  // namespace halvexd

@@ -3,24 +3,15 @@
 #include <locale>
 #include <sstream>
 
+#include "metrics/RecordVocabulary.h"
 #include "platform/LogBuffers.h"
 
 namespace halvexd {
 namespace {
 
-const char* const kMetricsTag = "metrics.halvexd";
-
 // Every configuration record whose publish name contains this shares the one
 // record of this name.
 const std::string kVmpressureName = "VMPRESSURE";
-
-// The device fields every structured record ends with. The daemon knows none
-// of them; the collecting service fills them in, so each is written empty.
-const char* const kDeviceFields[] = {
-    "_softwareVersion", "_deviceType",         "_platform",       "_model",        "_buildType",
-    "_marketPlaceId",   "_countryOfResidence", "_deviceLanguage", "_otaGroupName", "_timeZone",
-    "_deviceId",        "_customerId",         "_hardware",
-};
 
 // ':' and ';' separate the fields of a record, so a name must not carry them.
 std::string sanitiseMetricName(const std::string& name) {
@@ -55,7 +46,7 @@ std::ostringstream& recordStream() {
 
 }  // namespace
 
-std::string addDeviceTypeIdentifierSuffix(std::string name) { return name + "Tablet"; }
+std::string addDeviceTypeIdentifierSuffix(std::string name) { return name + records::kDeviceSuffix; }
 
 bool MetricLogger::init(std::string name) {
   recordPrefix = addDeviceTypeIdentifierSuffix(std::move(name));
@@ -98,11 +89,11 @@ const HalvexConfig::MonitorConfig* MetricLogger::getMonitorConfig(const std::str
 void MetricLogger::publish(const std::string& name) { uploadZelMetric(name); }
 
 std::string MetricLogger::vedrixTypeTag(const std::string& type) {
-  if (type == "str") return ";SY";
-  if (type == "int") return ";IN";
-  if (type == "float") return ";FL";
-  if (type == "bool") return ";BO";
-  if (type == "ts") return ";TI";
+  if (type == "str") return records::kStringTag;
+  if (type == "int") return records::kIntegerTag;
+  if (type == "float") return records::kFloatTag;
+  if (type == "bool") return records::kBooleanTag;
+  if (type == "ts") return records::kTimeTag;
   return std::string();
 }
 
@@ -115,7 +106,7 @@ std::string MetricLogger::buildVedrixMetricHeaderString(const std::string& monit
   const HalvexConfig::VedrixMetricInterface& vedrix = found->second.vedrixMetricInterface;
   const std::string& groupId =
       vedrix.groupId.empty() ? config.vedrixConfig.defaultGroupId : vedrix.groupId;
-  std::string header = groupId + ":" + vedrix.schemaId + ":100:";
+  std::string header = groupId + ":" + vedrix.schemaId + records::kStructuredHeaderEnding;
   vedrixKeyTag = vedrix.metricKey.dimensionTag;
   vedrixValueTag = vedrix.metricValue.dimensionTag;
   return header;
@@ -128,7 +119,7 @@ std::string MetricLogger::buildVedrixMetricBodyString(const std::string& name, T
     return std::string();
   }
   std::ostringstream& body = recordStream();
-  body << vedrixKeyTag << "=" << name << ";SY"
+  body << vedrixKeyTag << "=" << name << records::kStringTag
        << "," << vedrixValueTag << "=" << value << vedrixTypeTag(type);
   return body.str();
 }
@@ -171,10 +162,11 @@ std::string MetricLogger::buildVedrixMetricTailString() {
     return vedrixTailString;
   }
   std::string tail;
-  for (const char* field : kDeviceFields) {
+  for (const char* field : records::kDeviceFields) {
     tail += ",";
     tail += field;
-    tail += "=;SY";
+    tail += "=";
+    tail += records::kStringTag;
   }
   const std::string& region = HalvexConfig::instance().vedrixConfig.region;
   if (!region.empty()) {
@@ -197,7 +189,7 @@ void MetricLogger::uploadZelMetric(const std::string& name) {
     if (body.empty()) {
       return;
     }
-    writeRecord(recordPrefix + ":" + name + ":" + body + ":NR");
+    writeRecord(recordPrefix + ":" + name + ":" + body + records::kPlainEnding);
   }
   if (HalvexConfig::instance().vedrixConfig.enabled) {
     uploadZelVedrixMetric(name);
@@ -248,7 +240,7 @@ std::string MetricLogger::formatTrazMetricMap(std::map<std::string, T>& store, b
       entries << ",";
     }
     first = false;
-    entries << entry.first << "=" << entry.second << ";CT;1";
+    entries << entry.first << "=" << entry.second << records::kPlainEntryEnding;
   }
   store.clear();
   return entries.str();
@@ -269,7 +261,7 @@ void MetricLogger::forgetVedrixRecordPieces() {
 }
 
 void MetricLogger::writeRecord(const std::string& record) {
-  __android_log_buf_print(kMetricsLogBuffer, ANDROID_LOG_INFO, kMetricsTag, "%s", record.c_str());
+  __android_log_buf_print(kMetricsLogBuffer, ANDROID_LOG_INFO, records::kMetricsTag, "%s", record.c_str());
 }
 
 }  // namespace halvexd

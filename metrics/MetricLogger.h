@@ -15,8 +15,8 @@
 
 namespace halvexd {
 
-// The owner's name followed by "Tablet". Every device reports as a tablet:
-// the suffix is appended unconditionally.
+// The owner's name followed by the device suffix (records::kDeviceSuffix).
+// Every device reports as a tablet: the suffix is appended unconditionally.
 std::string addDeviceTypeIdentifierSuffix(std::string name);
 
 class MetricLogger {

@@ -2,7 +2,7 @@
 
 #include <unordered_map>
 
-#include "daemon/SharedStrings.h"
+#include "metrics/RecordVocabulary.h"
 
 namespace halvexd {
 namespace {
@@ -52,8 +52,8 @@ void SysHealthMetricLogger::appendPercentileToVec(const std::string& keysKey,
         lower.find(lowerSuffix) != lower.size() - lowerSuffix.size()) {
       continue;
     }
-    appendStringToVec(keysKey, prefix + suffix, kFieldSeparator);
-    appendStringToVec(valuesKey, value, kFieldSeparator);
+    appendStringToVec(keysKey, prefix + suffix, records::kFieldSeparator);
+    appendStringToVec(valuesKey, value, records::kFieldSeparator);
     return;
   }
 }

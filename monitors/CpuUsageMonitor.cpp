@@ -4,13 +4,11 @@
 #include <cstdint>
 #include <string>
 
-#include "daemon/SharedStrings.h"
 #include "stats/StatUtil.h"
 
 namespace halvexd::cpuusagemonitor {
 namespace {
 
-const std::string kModuleName = "CpuUsageMonitor";
 constexpr int kThresholdPercent = 95;
 
 // The counters of the previous successful sample, shared by every instance:
@@ -66,10 +64,7 @@ bool CpuUsageMonitor::getFastUtilizationSnapshot(unsigned long tick) {
 }
 
 bool CpuUsageMonitor::check(unsigned long tick, bool force) {
-  if (!force) {
-    if (!active) return true;
-    if (tickRemainder(tick, sampleIntervalTicks) != 0) return true;
-  }
+  if (!sampleDue(tick, force, 0)) return true;
   if (!getFastUtilizationSnapshot(tick)) {
     return false;
   }
@@ -80,8 +75,7 @@ bool CpuUsageMonitor::check(unsigned long tick, bool force) {
 }
 
 void CpuUsageMonitor::log() {
-  reportUsageDistribution(
-      {"CpuSys", "cpu", "cpu_sys_aggregation_period", "SysHealthCpuUsage", kModuleName.c_str()});
+  reportUsageDistribution(kPublishNames, "CpuSys");
 }
 
 }  // namespace halvexd::cpuusagemonitor

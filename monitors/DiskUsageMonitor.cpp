@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "config/HalvexConfig.h"
-#include "daemon/SharedStrings.h"
+#include "metrics/RecordVocabulary.h"
 #include "platform/FileSystemStats.h"
 #include "platform/LogBuffers.h"
 
@@ -54,10 +54,7 @@ bool DiskUsageMonitor::init() {
 }
 
 bool DiskUsageMonitor::check(unsigned long tick, bool force) {
-  if (!force) {
-    if (!active) return true;
-    if (tickRemainder(tick, sampleIntervalTicks) != tickOffset) return true;
-  }
+  if (!sampleDue(tick, force, tickOffset)) return true;
   __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_DEBUG, kTag, "Running DiskUsageMonitor");
   bool dataMeasured = getPartitionStats(dataPartition);
   bool systemMeasured = getPartitionStats(systemPartition);
@@ -153,17 +150,18 @@ void DiskUsageMonitor::emitPercentage(const std::string& metricName, uint64_t pe
   metricLogger.emitMetricUint64(metricName, percentage);
   if (structured) {
     std::vector<std::pair<std::string, std::string>> pairs = {
-        {"partition_path", metricName}, {"percent_used", std::to_string(percentage)}};
+        {kPercentageFields[0], metricName}, {kPercentageFields[1], std::to_string(percentage)}};
     metricLogger.emitVedrixMetricPairVec(metricName, pairs);
   }
 }
 
 void DiskUsageMonitor::appendStorageValue(const PartitionInfo& partition) {
   sysHealthMetricLogger.appendStringToVec(
-      "storage_metric_values",
-      std::string(partition.path) + kFieldSeparator + std::to_string(partition.percentUsed) +
-          kFieldSeparator + std::to_string(partition.totalSize >> 10),
-      kItemSeparator);
+      kSystemHealthNames.valuesField,
+      std::string(partition.path) + records::kFieldSeparator +
+          std::to_string(partition.percentUsed) + records::kFieldSeparator +
+          std::to_string(partition.totalSize >> 10),
+      records::kItemSeparator);
 }
 
 void DiskUsageMonitor::log() {
@@ -181,13 +179,7 @@ void DiskUsageMonitor::log() {
     emitPercentage(systemPartition.path, systemPartition.percentUsed, structured);
     if (structured) appendStorageValue(systemPartition);
   }
-  sysHealthMetricLogger.appendStringToVec("storage_metric_type", "System", kFieldSeparator);
-  sysHealthMetricLogger.appendStringToVec("storage_metric_keys", "PartitionPath|percentage|totalSize",
-                                          kFieldSeparator);
-  sysHealthMetricLogger.appendUint64ToVec("storage_snapshot_period", metricReportIntervalTicks);
-  sysHealthMetricLogger.emitVedrixMetricPairVec("storage_metric_keys");
-  sysHealthMetricLogger.publish("SysHealthStorageUsage");
-  metricLogger.publish("PercentageUsed");
+  publishWithSystemHealth(kPublishNames, metricReportIntervalTicks);
 }
 
 }  // namespace halvexd::diskusagemonitor

@@ -3,7 +3,6 @@
 #include <cmath>
 #include <string>
 
-#include "daemon/SharedStrings.h"
 #include "stats/StatUtil.h"
 
 namespace halvexd::memoryusagemonitor {
@@ -48,10 +47,7 @@ bool MemoryUsageMonitor::getFastUtilizationSnapshot(unsigned long tick) {
 }
 
 bool MemoryUsageMonitor::check(unsigned long tick, bool force) {
-  if (!force) {
-    if (!active) return true;
-    if (tickRemainder(tick, sampleIntervalTicks) != 0) return true;
-  }
+  if (!sampleDue(tick, force, 0)) return true;
   if (!getFastUtilizationSnapshot(tick)) {
     return false;
   }
@@ -62,8 +58,7 @@ bool MemoryUsageMonitor::check(unsigned long tick, bool force) {
 }
 
 void MemoryUsageMonitor::log() {
-  reportUsageDistribution(
-      {"MemSys", "mem", "mem_sys_aggregation_period", "SysHealthMemoryUsage", "MemoryUsageMonitor"});
+  reportUsageDistribution(kPublishNames, "MemSys");
 }
 
 }  // namespace halvexd::memoryusagemonitor

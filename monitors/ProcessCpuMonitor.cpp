@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "config/HalvexConfig.h"
-#include "daemon/SharedStrings.h"
+#include "metrics/RecordVocabulary.h"
 #include "platform/LogBuffers.h"
 
 namespace halvexd::processcpumonitor {
@@ -53,10 +53,7 @@ void ProcessCpuMonitor::setUptimeClockForTesting(std::function<uint64_t()> clock
 }
 
 bool ProcessCpuMonitor::check(unsigned long tick, bool force) {
-  if (!force) {
-    if (!active) return true;
-    if (tickRemainder(tick, sampleIntervalTicks) != tickOffset) return true;
-  }
+  if (!sampleDue(tick, force, tickOffset)) return true;
   __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_DEBUG, kTag, "Running ProcessCPUMonitor");
   if (!getNewSnapshot()) {
     return false;
@@ -180,9 +177,9 @@ void ProcessCpuMonitor::log() {
       metricLogger.emitVedrixMetricDouble(entry->name, entry->cpuUsagePercent);
       if (reported < kSystemHealthReported) {
         sysHealthMetricLogger.appendStringToVec(
-            "cpu_metric_values",
-            entry->name + kFieldSeparator + std::to_string(entry->cpuUsagePercent),
-            kItemSeparator);
+            kSystemHealthNames.valuesField,
+            std::string(entry->name) + records::kFieldSeparator + std::to_string(entry->cpuUsagePercent),
+            records::kItemSeparator);
       }
     }
     ++reported;
@@ -192,12 +189,7 @@ void ProcessCpuMonitor::log() {
     return;
   }
 
-  sysHealthMetricLogger.appendStringToVec("cpu_metric_type", "Process", kFieldSeparator);
-  sysHealthMetricLogger.appendStringToVec("cpu_metric_keys", "AppName|percentage", kFieldSeparator);
-  sysHealthMetricLogger.appendUint64ToVec("cpu_app_snapshot_period", sampleIntervalTicks);
-  sysHealthMetricLogger.emitVedrixMetricPairVec("cpu_metric_keys");
-  sysHealthMetricLogger.publish("SysHealthCpuUsage");
-  metricLogger.publish("CpuUsage");
+  publishWithSystemHealth(kPublishNames, sampleIntervalTicks);
 
   __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_INFO, kTag, "\n%-20s %-5s : %-5s \n\n",
                           "Process Name", "PID", "CPU %");

@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "config/HalvexConfig.h"
-#include "daemon/SharedStrings.h"
+#include "metrics/RecordVocabulary.h"
 #include "platform/LogBuffers.h"
 
 namespace halvexd::processmemmonitor {
@@ -38,10 +38,7 @@ bool ProcessMemMonitor::init() {
 }
 
 bool ProcessMemMonitor::check(unsigned long tick, bool force) {
-  if (!force) {
-    if (!active) return true;
-    if (tickRemainder(tick, sampleIntervalTicks) != tickOffset) return true;
-  }
+  if (!sampleDue(tick, force, tickOffset)) return true;
   __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_DEBUG, kTag, "Running ProcessMemMonitor");
   if (!getNewSnapshot(force)) {
     return false;
@@ -152,22 +149,16 @@ void ProcessMemMonitor::log() {
       if (i < kSystemHealthReported && memTotalKb != 0) {
         uint64_t percent = data.pssKb * 100 / memTotalKb;
         sysHealthMetricLogger.appendStringToVec(
-            "mem_metric_values",
-            data.name + kFieldSeparator + std::to_string(percent) + kFieldSeparator +
-                std::to_string(data.pssKb),
-            kItemSeparator);
+            kSystemHealthNames.valuesField,
+            std::string(data.name) + records::kFieldSeparator + std::to_string(percent) +
+                records::kFieldSeparator + std::to_string(data.pssKb),
+            records::kItemSeparator);
       }
     }
     metricLogger.emitMetricUint64(data.name, data.pssKb);
   }
 
-  sysHealthMetricLogger.appendStringToVec("mem_metric_type", "Process", kFieldSeparator);
-  sysHealthMetricLogger.appendStringToVec("mem_metric_keys", "AppName|percentage|usageKb",
-                                          kFieldSeparator);
-  sysHealthMetricLogger.appendUint64ToVec("mem_app_snapshot_period", sampleIntervalTicks);
-  sysHealthMetricLogger.emitVedrixMetricPairVec("mem_metric_keys");
-  sysHealthMetricLogger.publish("SysHealthMemoryUsage");
-  metricLogger.publish("PssKB");
+  publishWithSystemHealth(kPublishNames, sampleIntervalTicks);
 
   __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_DEBUG, kTag, "\n%-20s %-5s : %-5s \n\n",
                           "Process Name", "PID", "PSS in KB");

@@ -4,7 +4,6 @@
 #include <vector>
 
 #include "config/HalvexConfig.h"
-#include "daemon/SharedStrings.h"
 #include "platform/LogBuffers.h"
 #include "stats/StatUtil.h"
 
@@ -37,6 +36,14 @@ enum SnapshotIndex : size_t {
 
 // KSM counts pages; the metrics are in kB of 4 KiB pages.
 constexpr uint64_t kKbPerPage = 4;
+
+// Low-memory-killer process classes, as /proc/lmk_stats names them.
+const std::string kLmkPersistent = "Persistent";
+const std::string kLmkFg = "Fg";
+const std::string kLmkVisible = "Visible";
+const std::string kLmkPerceptible = "Perceptible";
+const std::string kLmkBackup = "Backup";
+const std::string kLmkOther = "Other";
 
 }  // namespace
 
@@ -104,10 +111,7 @@ bool SystemMemMonitor::getNewSnapshot() {
 }
 
 bool SystemMemMonitor::check(unsigned long tick, bool force) {
-  if (!force) {
-    if (!active) return true;
-    if (tickRemainder(tick, sampleIntervalTicks) != tickOffset) return true;
-  }
+  if (!sampleDue(tick, force, tickOffset)) return true;
   __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_DEBUG, kTag, "Running SystemMemMonitor");
   if (!getNewSnapshot()) {
     return false;
@@ -154,7 +158,7 @@ void SystemMemMonitor::log() {
       metricLogger.emitVedrixMetricUint64(values[i].first, values[i].second);
     }
   }
-  metricLogger.publish("SystemMemMonitor");
+  metricLogger.publish(kPublishNames.plainName);
 
   for (const auto& [key, value] : values) {
     __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_INFO, kTag, "%s = %llu Kb", key,
@@ -170,7 +174,7 @@ void SystemMemMonitor::log() {
       metricLogger.emitVedrixMetricUint64(key, count);
     }
   }
-  metricLogger.publish("SystemMemMonitor");
+  metricLogger.publish(kPublishNames.plainName);
 }
 
 }  // namespace halvexd::systemmemmonitor

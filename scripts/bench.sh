@@ -18,10 +18,11 @@ quick=false
 [ "${1:-}" = "--quick" ] && quick=true
 
 bash scripts/setup.sh
-bash scripts/setup.sh collectd-core python3
-bash scripts/build.sh
+bash scripts/setup.sh libbenchmark-dev procps collectd-core python3
+bash scripts/build.sh -DHALVEXD_BUILD_BENCH=ON halvexd halvexd_bench halvexd_idle_floor
 
-out=build/bench
+# Not build/bench: that is where the build keeps the benchmarks' own files.
+out=build/bench-results
 rm -rf "$out"
 mkdir -p "$out"
 

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Writes BENCHMARKS.md (to stdout) from the figures scripts/bench.sh took.
 
-    python3 scripts/bench_report.py build/bench > BENCHMARKS.md
+    python3 scripts/bench_report.py build/bench-results > BENCHMARKS.md
 
 Reads suite.json (the benchmark suite's JSON output), footprint.txt and
 idle.txt (key=value lines) from the given directory. Every ratio is

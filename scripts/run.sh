@@ -32,10 +32,7 @@ done
 daemon_args=("$@")
 
 bash scripts/setup.sh
-if [ ! -f build/CMakeCache.txt ]; then
-  cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-fi
-cmake --build build -j"$(nproc)" --target halvexd halvex-decode halvex-devicesim >/dev/null
+bash scripts/build.sh halvexd halvex-decode halvex-config-check halvex-devicesim
 
 sysroot="$(mktemp -d /tmp/halvexd-run.XXXXXX)"
 pids=()

@@ -1,15 +1,23 @@
 #!/usr/bin/env bash
-# Installs what building and testing halvexd needs on a Debian machine, only
-# what is missing. Run as root (or with sudo available). With arguments, it
-# installs those packages instead; a name like "libfoo:arm64" first enables
-# that foreign architecture.
+# Installs what halvexd needs on a Debian machine, only what is missing. Run
+# as root (or with sudo available).
+#   bash scripts/setup.sh           what building and running the daemon and
+#                                   its tools needs
+#   bash scripts/setup.sh --tests   that, and what the tests, the fuzzers and
+#                                   the benchmarks need as well
+#   bash scripts/setup.sh PKG...    those packages; a name like "libfoo:arm64"
+#                                   first enables that foreign architecture
 set -euo pipefail
 
-if [ $# -gt 0 ]; then
-  packages=("$@")
+run_packages=(build-essential cmake pkg-config libcjson-dev)
+test_packages=(libgtest-dev libgmock-dev libbenchmark-dev procps clang libclang-rt-14-dev python3)
+
+if [ $# -eq 0 ]; then
+  packages=("${run_packages[@]}")
+elif [ "$1" = "--tests" ]; then
+  packages=("${run_packages[@]}" "${test_packages[@]}")
 else
-  packages=(build-essential cmake pkg-config libcjson-dev libgtest-dev libgmock-dev libbenchmark-dev procps
-            clang libclang-rt-14-dev python3)
+  packages=("$@")
 fi
 
 missing=()

@@ -11,7 +11,7 @@ bash scripts/setup.sh g++-aarch64-linux-gnu qemu-user libc6-dev:arm64 libcjson-d
 
 export QEMU_LD_PREFIX=/usr/aarch64-linux-gnu
 cmake -S . -B build-arm64 -DCMAKE_TOOLCHAIN_FILE=cmake/aarch64-linux-gnu.cmake \
-  -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+  -DCMAKE_BUILD_TYPE=RelWithDebInfo -DHALVEXD_BUILD_TESTS=ON >/dev/null
 cmake --build build-arm64 -j"$(nproc)"
 # Not run here:
 # - the long soak and signal trials, which are about the daemon's lifecycle,

@@ -12,14 +12,15 @@ jobs="$(nproc)"
 stage() { printf '\n=== %s (%ds so far)\n' "$1" "$SECONDS"; }
 
 stage "setup"
-bash scripts/setup.sh
+bash scripts/setup.sh --tests
 
 stage "normal build and tests"
-bash scripts/build.sh
+bash scripts/build.sh -DHALVEXD_BUILD_TESTS=ON -DHALVEXD_BUILD_BENCH=ON
 ctest --test-dir build --output-on-failure -j"$jobs"
 
 stage "sanitizer build and tests"
-cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DHALVEXD_SANITIZE=ON >/dev/null
+cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DHALVEXD_SANITIZE=ON \
+  -DHALVEXD_BUILD_TESTS=ON -DHALVEXD_BUILD_BENCH=ON >/dev/null
 cmake --build build-asan -j"$jobs"
 ctest --test-dir build-asan --output-on-failure -j"$jobs"
 

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "daemon/MonitorInterface.h"
+#include "stats/TickRemainder.h"
 #include "platform/LogBuffers.h"
 
 namespace halvexd {

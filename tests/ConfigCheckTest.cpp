@@ -7,9 +7,9 @@
 
 #include "config/HalvexConfig.h"
 #include "tests/support/TabletReport.h"
-#include "tools/ConfigCheckCommand.h"
-#include "tools/ConfigChecker.h"
-#include "tools/ConfigFileLoader.h"
+#include "tools/configcheck/ConfigCheckCommand.h"
+#include "tools/configcheck/ConfigChecker.h"
+#include "tools/common/ConfigFileLoader.h"
 
 namespace halvexd {
 namespace {

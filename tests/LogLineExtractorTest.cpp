@@ -4,8 +4,8 @@
 
 #include <sstream>
 
-#include "tools/LogLineExtractor.h"
-#include "tools/LogLineReader.h"
+#include "tools/decode/LogLineExtractor.h"
+#include "tools/decode/LogLineReader.h"
 
 namespace halvexd {
 namespace {

@@ -11,9 +11,9 @@
 
 #include "config/HalvexConfig.h"
 #include "tests/support/TabletReport.h"
-#include "tools/ConfigFileLoader.h"
-#include "tools/DaemonPublishNames.h"
-#include "tools/MetricRecordParser.h"
+#include "tools/common/ConfigFileLoader.h"
+#include "tools/common/DaemonPublishNames.h"
+#include "tools/decode/MetricRecordParser.h"
 
 namespace halvexd {
 namespace {

@@ -4,7 +4,7 @@
 
 #include "config/HalvexConfig.h"
 #include "tests/support/MetricRecords.h"
-#include "tools/MetricRecordParser.h"
+#include "tools/decode/MetricRecordParser.h"
 
 namespace halvexd {
 namespace {

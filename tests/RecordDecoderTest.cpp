@@ -11,10 +11,10 @@
 #include "config/HalvexConfig.h"
 #include "tests/support/MetricRecords.h"
 #include "tests/support/TestSupport.h"
-#include "tools/DecodeCommand.h"
-#include "tools/DecodedValueWriter.h"
-#include "tools/RecordDecoder.h"
-#include "tools/StructuredRecordAttributor.h"
+#include "tools/decode/DecodeCommand.h"
+#include "tools/decode/DecodedValueWriter.h"
+#include "tools/decode/RecordDecoder.h"
+#include "tools/decode/StructuredRecordAttributor.h"
 
 namespace halvexd {
 namespace {

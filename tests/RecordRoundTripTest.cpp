@@ -15,9 +15,9 @@
 #include "platform/host/HostLog.h"
 #include "tests/support/MetricRecords.h"
 #include "tests/support/TabletReport.h"
-#include "tools/ConfigFileLoader.h"
-#include "tools/DaemonPublishNames.h"
-#include "tools/RecordDecoder.h"
+#include "tools/common/ConfigFileLoader.h"
+#include "tools/common/DaemonPublishNames.h"
+#include "tools/decode/RecordDecoder.h"
 
 namespace halvexd {
 namespace {

@@ -23,7 +23,7 @@ std::string formatJsonLine(const LogRecord& record);
 
 // logcat-style "MM-DD hh:mm:ss.mmm  pid  pid P tag: text" lines, one per line
 // of the message (as logcat prints a message with embedded newlines). Records
-// of the metrics buffer start with "[metrics] ".
+// of the metrics buffer start with the metrics mark (records::kHostMetricsMark).
 std::string formatTextLines(const LogRecord& record, long long epochMillis, int pid);
 
 // While a hook is set, records go to it and nowhere else; an empty hook
