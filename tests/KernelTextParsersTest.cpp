@@ -23,11 +23,11 @@ constexpr uint64_t kMax = std::numeric_limits<uint64_t>::max();
 // which a reader opens afresh and reads from the start.
 struct ScratchFile {
   explicit ScratchFile(const std::string& contents) : file(std::tmpfile()) {
-    std::fwrite(contents.data(), 1, contents.size(), file);
-    std::fflush(file);
+    EXPECT_TRUE(file && std::fwrite(contents.data(), 1, contents.size(), file) == contents.size() &&
+                std::fflush(file) == 0);
   }
-  ~ScratchFile() { std::fclose(file); }
-  std::string path() const { return "/proc/self/fd/" + std::to_string(fileno(file)); }
+  ~ScratchFile() { file && std::fclose(file); }
+  std::string path() const { return file ? "/proc/self/fd/" + std::to_string(fileno(file)) : ""; }
   FILE* file;
 };
 
