@@ -10,7 +10,8 @@
 #include "tests/support/GoldenRun.h"
 
 #if defined(__SANITIZE_ADDRESS__)
-#include <sanitizer/allocator_interface.h>
+// From the sanitizer runtime (its header does not come with every compiler).
+extern "C" size_t __sanitizer_get_current_allocated_bytes();
 
 size_t halvexd::testing::heapBytesInUse() {
   return __sanitizer_get_current_allocated_bytes();
