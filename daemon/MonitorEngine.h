@@ -25,10 +25,14 @@ class MonitorEngine {
   // out of memory.
   void runMonitors();
 
+  // One tick: every monitor's check in call order, a failure logged under the
+  // monitor's name, then the tick counter moves on. The loop above is a wait
+  // of one tick interval followed by this.
+  void runTick();
+
  private:
   // Handles a readable select result; always ends the loop.
   void readSignal(bool descriptorReady);
-  void runTick();
 
   std::vector<MonitorInterface*> monitors;
   uint64_t tickCounter = 0;
