@@ -141,7 +141,9 @@ TEST_P(DaemonBinaryTest, LogAndExitAsExpected) {
     ASSERT_TRUE(daemon.waitForRecord(
         [&](const LogRecord& r) { return r.message == row.signalAfter; }));
     const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
-    const bool onTime = seconds >= row.tickZeroAt && seconds < row.tickZeroAt + 0.9;
+    // Under emulation the daemon starts slowly: only the lower bound is sharp there.
+    const double late = row.tickZeroAt + (std::strlen(HALVEXD_EMULATOR) > 0 ? 3 : 0.9);
+    const bool onTime = seconds >= row.tickZeroAt && seconds < late;
     EXPECT_TRUE(row.tickZeroAt == 0 || onTime) << "tick 0 ended " << seconds << " s after start";
     kill(daemon.pid(), row.signal);
   }

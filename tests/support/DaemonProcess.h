@@ -32,9 +32,8 @@ class DaemonProcess {
                      std::chrono::milliseconds timeout = std::chrono::seconds(10)) const;
   // The wait status; on time-out the process is killed first.
   int waitForExit(std::chrono::milliseconds timeout = std::chrono::seconds(10));
-  // After a -d launcher has exited, follows the daemon it left, which the test
-  // process (a child subreaper) has adopted; false when there is none. Needs
-  // the kernel's /proc/<pid>/task/<tid>/children.
+  // After a -d launcher has exited, follows the daemon the test (a child
+  // subreaper) adopted, found in /proc/self/task/<tid>/children; false if none.
   bool followDetached();
 
  private:
