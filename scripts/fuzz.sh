@@ -3,7 +3,7 @@
 # copy of its committed seed corpus for a bounded time, two at a time.
 #
 #   bash scripts/fuzz.sh                 every target, FUZZ_SECONDS (8) each
-#   FUZZ_SECONDS=600 bash scripts/fuzz.sh config_file meminfo
+#   FUZZ_SECONDS=600 bash scripts/fuzz.sh config kernel_files
 #
 # A finding stops that target; its input is kept under
 # build-fuzz/findings/<target>/ and the script fails. Fix the bug, then commit
