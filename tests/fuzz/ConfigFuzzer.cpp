@@ -17,7 +17,7 @@ using namespace halvexd::fuzz;
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const char* text = reinterpret_cast<const char*>(data);
   const char* path = "/system/system_ext/etc/halvex_config.json";
-  ScratchDevice::instance().write(path, std::string(text, size));
+  scratchDevice().write(path + 1, std::string(text, size));
   const char* end = nullptr;
   cJSON* root = cJSON_ParseWithLengthOpts(text, size, &end, 0);
   bool complete = root != nullptr && cJSON_GetObjectItemCaseSensitive(root, "MonitorConfig") &&
@@ -29,14 +29,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   HalvexConfig& config = HalvexConfig::instance();
   config.resetConfig();
   {
-    LogSink log;
+    halvexd::testing::LogCapture log;
     check(config.loadConfig(path) == acceptable, acceptable ? "refused a good file" : "took a bad file");
-    check(log.records.back().message == "Load JSON config done\n", "load without its closing line");
+    check(log.records().back().message == "Load JSON config done\n", "load without its closing line");
   }
   for (const auto& [key, record] : config.monitorConfigs) check(key == record.metricName, "record under another name");
   config.resetConfig();
   if (root != nullptr) {
-    LogSink log;
+    halvexd::testing::LogCapture log;
     check((config.parseJsonData(root) == 0) == complete, "tree result does not follow the top-level keys");
     cJSON_Delete(root);
     config.resetConfig();

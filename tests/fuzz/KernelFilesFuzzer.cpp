@@ -22,8 +22,8 @@ std::string firstLine(const std::string& text, size_t bytes) {
 constexpr size_t kTable = 8 << 20;
 
 // "<key> = <n> Kb" on the system log.
-unsigned long long reported(const LogSink& log, const std::string& key) {
-  for (const auto& r : log.records) {
+unsigned long long reported(const testing::LogCapture& log, const std::string& key) {
+  for (const auto& r : log.records()) {
     if (r.message.rfind(key + " = ", 0) == 0) return std::stoull(r.message.substr(key.size() + 3));
   }
   check(false, key + " not reported");
@@ -31,18 +31,18 @@ unsigned long long reported(const LogSink& log, const std::string& key) {
 }
 
 void ksm(ByteReader& in) {
-  const ScratchDevice& device = ScratchDevice::instance();
-  device.write("/proc/meminfo", "MemTotal: 4000 kB\nMemAvailable: 1000 kB\n");
-  device.write("/sys/block/zram0/mm_stat", "1 2 3072 0 0 0 0 0 0\n");
-  for (const char* file : {"/sys/kernel/mm/ksm/pages_sharing", "/sys/kernel/mm/ksm/pages_shared",
-                           "/sys/kernel/mm/ksm/pages_unshared", "/sys/kernel/mm/ksm/pages_volatile",
-                           "/sys/kernel/mm/ksm/pages_sharing_always",
-                           "/sys/kernel/slab/ksm_rmap_item/object_size"}) {
+  const testing::TempDir& device = scratchDevice();
+  device.write("proc/meminfo", "MemTotal: 4000 kB\nMemAvailable: 1000 kB\n");
+  device.write("sys/block/zram0/mm_stat", "1 2 3072 0 0 0 0 0 0\n");
+  for (const char* file : {"sys/kernel/mm/ksm/pages_sharing", "sys/kernel/mm/ksm/pages_shared",
+                           "sys/kernel/mm/ksm/pages_unshared", "sys/kernel/mm/ksm/pages_volatile",
+                           "sys/kernel/mm/ksm/pages_sharing_always",
+                           "sys/kernel/slab/ksm_rmap_item/object_size"}) {
     uint8_t how = in.byte() % 8;
-    if (how == 0) device.remove(file);
+    if (how == 0) removeDeviceFile(file);
     else device.write(file, how == 1 ? std::to_string(in.number()) + "\n" : in.text(40));
   }
-  LogSink log;
+  testing::LogCapture log;
   systemmemmonitor::SystemMemMonitor monitor({"SystemMemMonitor", true});
   monitor.init();
   check(monitor.check(0, true), "snapshot failed with meminfo and zram present");
@@ -57,9 +57,9 @@ void processName(ByteReader& in) {
   if (in.flag()) comm = "Binder:" + comm;
   bool haveCmdline = in.flag();
   std::string cmdline = in.rest();
-  ScratchDevice::instance().write("/proc/777/comm", comm);
-  if (haveCmdline) ScratchDevice::instance().write("/proc/777/cmdline", cmdline);
-  else ScratchDevice::instance().remove("/proc/777/cmdline");
+  scratchDevice().write("proc/777/comm", comm);
+  if (haveCmdline) scratchDevice().write("proc/777/cmdline", cmdline);
+  else removeDeviceFile("proc/777/cmdline");
   char name[kProcessNameSize], parsed[kProcessNameSize] = {};
   std::memset(name, 'x', sizeof(name));
   bool read = StatUtil::getProcessName(777, name);
@@ -73,15 +73,15 @@ void processName(ByteReader& in) {
 }
 
 bool zram(ByteReader& in) {
-  const ScratchDevice& device = ScratchDevice::instance();
+  const testing::TempDir& device = scratchDevice();
   uint8_t presence = in.byte();
   std::string mmStat = in.text(255);
   if (in.flag()) mmStat += std::string(4096, ' ');  // a value pushed past the first page
   std::string memUsedTotal = in.rest();
-  if (presence & 1) device.write("/sys/block/zram0/mm_stat", mmStat);
-  else device.remove("/sys/block/zram0/mm_stat");
-  if (presence & 2) device.write("/sys/block/zram0/mem_used_total", memUsedTotal);
-  else device.remove("/sys/block/zram0/mem_used_total");
+  if (presence & 1) device.write("sys/block/zram0/mm_stat", mmStat);
+  else removeDeviceFile("sys/block/zram0/mm_stat");
+  if (presence & 2) device.write("sys/block/zram0/mem_used_total", memUsedTotal);
+  else removeDeviceFile("sys/block/zram0/mem_used_total");
   unsigned long kib = 0, bytes = 0;
   bool read = StatUtil::getZramMemUsedKb(kib);
   bool expected = ((presence & 1) && parseZramMmStat(head(mmStat, 4096), bytes)) ||
@@ -95,11 +95,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size == 0) return 0;
   ByteReader in(data + 1, size - 1);
   const std::string text(reinterpret_cast<const char*>(data) + 1, size - 1);
-  const char* const files[] = {"/proc/meminfo", "/proc/uptime", "/proc/stat", "/proc/lmk_stats",
-                               "", "", "/proc/4242/stat", "", "/proc/31337/cmdline"};
+  const char* const files[] = {"proc/meminfo", "proc/uptime", "proc/stat", "proc/lmk_stats",
+                               "", "", "proc/4242/stat", "", "proc/31337/cmdline"};
   const int selector = data[0] % 9;
-  if (files[selector][0] != '\0') ScratchDevice::instance().write(files[selector], text);
-  LogSink quiet;
+  if (files[selector][0] != '\0') scratchDevice().write(files[selector], text);
+  testing::LogCapture quiet;
   bool agree = true;
   if (selector == 0) {
     SysMeminfoKb fromFile{}, parsed{};

@@ -28,12 +28,14 @@ std::string cString(std::string text, const char* drop = "") {
 }
 std::string label(ByteReader& in, size_t length) { return cString(in.text(length), ":;,=|\n"); }
 
-void checkWritten(const LogSink& log, std::set<std::string>& plainNames) {
+void checkWritten(const halvexd::testing::LogCapture& log, std::set<std::string>& plainNames) {
   halvexd::tools::MetricRecordParser parser;
-  for (const std::string& message : log.metricMessages()) {
+  for (const auto& written : log.metricRecords()) {
+    const std::string& message = written.message;
     halvexd::tools::DecodedRecord record;
     std::string error;
-    check(parser.parse(message, record, error), error + ": " + message);
+    bool parsed = parser.parse(message, record, error);
+    check(parsed, error + ": " + message);
     if (record.form != halvexd::tools::StructuredForm::None) continue;
     std::set<std::string> names;
     for (const auto& value : record.values) names.insert(value.metric);
@@ -48,9 +50,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   ByteReader in(data, size);
   HalvexConfig& config = HalvexConfig::instance();
   config.resetConfig();
-  config.vedrixConfig.enabled = in.flag();
-  config.vedrixConfig.region = label(in, 12);
-  config.vedrixConfig.defaultGroupId = label(in, 12);
+  config.vedrixConfig = {in.flag(), label(in, 12), label(in, 12)};  // in this order
   const std::string publishName = label(in, 16);
   auto& record = config.monitorConfigs[publishName];
   record.metricName = publishName;
@@ -61,10 +61,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   vedrix.schemaId = label(in, 12);
   vedrix.metricKey.dimensionTag = label(in, 8);
   vedrix.metricValue.dimensionTag = label(in, 8);
+  const char* const types[] = {"str", "int", "float", "bool", "ts", "", "double"};
   for (int n = in.byte() % 5; n > 0; --n) {
     std::string name = label(in, 10), tag = label(in, 8);
     uint8_t type = in.byte();
-    vedrix.metrics.push_back({name, tag, type < 224 ? std::vector<std::string>{"str", "int", "float", "bool", "ts", "", "double"}[type % 7] : label(in, 6)});
+    vedrix.metrics.push_back({name, tag, type < 224 ? types[type % 7] : label(in, 6)});
   }
   halvexd::MetricLogger plain;
   halvexd::SysHealthMetricLogger health;
@@ -84,7 +85,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       case 2: plain.emitVedrixMetricUint64(name, in.number()); break;
       case 3: plain.emitVedrixMetricDouble(name, in.real()); break;
       case 4: {
-        std::string key = in.flag() && !vedrix.metrics.empty() ? vedrix.metrics[in.byte() % vedrix.metrics.size()].name : label(in, 10);
+        bool named = in.flag() && !vedrix.metrics.empty();
+        std::string key = named ? vedrix.metrics[in.byte() % vedrix.metrics.size()].name : label(in, 10);
         std::string value = label(in, 16);
         health.appendStringToVec(key, value, label(in, 2));
         break;
@@ -97,7 +99,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       }
       case 6: health.emitVedrixMetricPairVec(label(in, 10)); break;
       default: {
-        LogSink log;
+        halvexd::testing::LogCapture log;
         plain.publish(publishName);
         health.publish(publishName);
         checkWritten(log, plainNames);
