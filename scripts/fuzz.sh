@@ -28,7 +28,7 @@ run_one() {
   rm -rf "$work"
   mkdir -p "$work" "$findings"
   cp tests/fuzz/corpus/"$target"/* "$work"/
-  if build-fuzz/fuzz_"$target" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 \
+  if build-fuzz/tests/fuzz/fuzz_"$target" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 \
       -print_final_stats=0 -artifact_prefix="$findings/" "$work" >"$findings/log" 2>&1; then
     echo "fuzz_$target: $(grep -E '^#[0-9]+[[:space:]]+DONE' "$findings/log" | tail -1)"
   else

@@ -52,6 +52,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   config.resetConfig();
   config.vedrixConfig = {in.flag(), label(in, 12), label(in, 12)};  // in this order
   const std::string publishName = label(in, 16);
+  if (publishName.empty()) return 0;  // the daemon publishes under no empty name
   auto& record = config.monitorConfigs[publishName];
   record.metricName = publishName;
   record.trazMetricInterface.active = in.flag();
@@ -65,7 +66,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   for (int n = in.byte() % 5; n > 0; --n) {
     std::string name = label(in, 10), tag = label(in, 8);
     uint8_t type = in.byte();
-    vedrix.metrics.push_back({name, tag, type < 224 ? types[type % 7] : label(in, 6)});
+    std::string typeName = type < 224 ? types[type % 7] : label(in, 6);
+    if (!tag.empty()) vedrix.metrics.push_back({name, tag, typeName});  // a field needs its tag
   }
   halvexd::MetricLogger plain;
   halvexd::SysHealthMetricLogger health;
