@@ -65,7 +65,8 @@ TEST_F(RecordGrammarTest, PublishSwitchesDecideWhatIsWrittenAndWhatWaits) {
     Plain plain;
     bool service, vedrix, keyTag, bPlain;
     std::vector<std::string> a, b, reveal;
-  } rows[] = {
+  };
+  const Row rows[] = {
       {kOn, true, true, true, true, {pA, s42, sLoad}, {pB, s43}, {pZ}},
       {kOn, true, false, true, true, {pA}, {pB}, {pZ, s43, sLoad}},
       {kOn, false, true, true, true, {pA}, {pB}, {pZ, s43, sLoad}},
@@ -109,27 +110,20 @@ TEST_F(RecordGrammarTest, PublishSwitchesDecideWhatIsWrittenAndWhatWaits) {
 }
 
 // One stored value: 'u'/'d' plain integer/double, 'U'/'D' structured.
-struct Emit {
-  char store;
-  std::string name;
-  uint64_t u;
-  double d;
-};
+struct Emit { char store; std::string name; uint64_t u; double d; };
 
 TEST_F(RecordGrammarTest, PlainAndStructuredSingleValueRecordsByteForByte) {
   const uint64_t kMax = 18446744073709551615ul;
   enum Change { kNone, kNoRegion, kNoGroupId, kNoGroups, kNoValueTag };
-  struct Row {
-    Change change;
-    std::vector<Emit> emits;
-    std::vector<std::string> expected;
-  } rows[] = {
+  struct Row { Change change; std::vector<Emit> emits; std::vector<std::string> expected; };
+  const Row rows[] = {
       // Doubles before integers, each in byte order; ':' and ';' become '_'.
       {kNone, {{'u', "b", 1, 0}, {'u', "a:b;c", 5, 0}, {'u', "B", kMax, 0}, {'d', "x=y,z", 0, 0.5}},
        {"OwnTablet:Mon:x=y,z=0.5;CT;1,B=18446744073709551615;CT;1,a_b_c=5;CT;1,b=1;CT;1:NR"}},
       // Names that sanitise alike share one entry; six significant digits.
-      {kNone, {{'u', "a:b", 1, 0}, {'u', "a;b", 2, 0}, {'d', "p", 0, 12.345678}, {'d', "q", 0, 1234567.0},
-               {'d', "r", 0, 3.0}, {'d', "s", 0, 0.00001}, {'d', "t", 0, 0.0001}, {'d', "v", 0, -2.5}},
+      {kNone, {{'u', "a:b", 1, 0}, {'u', "a;b", 2, 0}, {'d', "p", 0, 12.345678},
+               {'d', "q", 0, 1234567.0}, {'d', "r", 0, 3.0}, {'d', "s", 0, 0.00001},
+               {'d', "t", 0, 0.0001}, {'d', "v", 0, -2.5}},
        {"OwnTablet:Mon:p=12.3457;CT;1,q=1.23457e+06;CT;1,r=3;CT;1,s=1e-05;CT;1,t=0.0001;CT;1,"
         "v=-2.5;CT;1,a_b=2;CT;1:NR"}},
       // Structured: integers then doubles, each in byte order, names sanitised.
@@ -167,10 +161,8 @@ TEST_F(RecordGrammarTest, PlainAndStructuredSingleValueRecordsByteForByte) {
 
 TEST_F(RecordGrammarTest, MultiFieldBodiesByPositionAndSystemHealthBodiesByName) {
   configure("Mon", false, true).metrics = {{"a", "A", "int"}, {"b", "B", "str"}};
-  struct Row {
-    Fields fields;
-    std::string positional, byName;
-  } rows[] = {
+  struct Row { Fields fields; std::string positional, byName; };
+  Row rows[] = {
       {{{"a", "1"}, {"b", "x"}}, "A=1;IN,B=x;SY", "A=1;IN,B=x;SY"},
       {{{"a", "1"}, {"c", "x"}}, "A=1;IN,", "A=1;IN,"},
       {{{"c", "1"}, {"b", "x"}}, "B=x;SY", "B=x;SY"},

@@ -23,10 +23,7 @@ const std::string kTail =
     "_timeZone=;SY,_deviceId=;SY,_customerId=;SY,_hardware=;SY";
 const std::string kTabletConfig = fixturePath("tablet/system/system_ext/etc/halvex_config.json");
 
-struct ToolRun {
-  int status;
-  std::string out, err;
-};
+struct ToolRun { int status; std::string out, err; };
 
 ToolRun decode(const std::vector<std::string>& args, const std::string& input = "") {
   std::istringstream in(input);
@@ -85,7 +82,8 @@ TEST(RecordToolsTest, CheckGivesTheReasonForEachRecordTheDaemonCannotHaveWritten
        "structured record without the header \"<group>:<schema>:100:\""},
       {single + "1;SY" + kTail,
        "single value \"m\" has the type tag \";SY\" (the daemon writes \";IN\" or \";FL\")"},
-      {single + "+1;IN" + kTail, notUnsigned + "+1\" is not an unsigned decimal as the daemon writes it"},
+      {single + "+1;IN" + kTail,
+       notUnsigned + "+1\" is not an unsigned decimal as the daemon writes it"},
       {single + "18446744073709551616;IN" + kTail,
        notUnsigned + "18446744073709551616\" is not an unsigned decimal as the daemon writes it"},
       {single + "1.0;FL" + kTail,
@@ -116,12 +114,12 @@ TEST(ConfigCheckTest, EachCommittedConfigurationGetsItsWholeReportAndStatus) {
       {"interfaces-switched-off", 1}, {"names-the-daemon-never-publishes", 1},
       {"structured-service-off", 1}};
   for (const auto& [name, status] : rows) {
-    std::string config = std::string(name) == "tablet" ? kTabletConfig
-                                                       : fixturePath("configs/" + std::string(name) + ".json");
+    const std::string file = fixturePath("configs/" + std::string(name));
+    const std::string config = std::string(name) == "tablet" ? kTabletConfig : file + ".json";
     ToolRun run = configCheck({config});
     EXPECT_EQ(run.status, status) << name;
     EXPECT_EQ(run.err, "") << name;
-    EXPECT_EQ(run.out, contents(fixturePath("configs/" + std::string(name) + ".check"))) << name;
+    EXPECT_EQ(run.out, contents(file + ".check")) << name;
   }
 }
 

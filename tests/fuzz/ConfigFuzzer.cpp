@@ -23,7 +23,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   bool complete = root != nullptr && cJSON_GetObjectItemCaseSensitive(root, "MonitorConfig") &&
                   cJSON_GetObjectItemCaseSensitive(root, "VedrixConfig");
   // cJSON counts every byte up to ' ' as white space after the value.
-  bool clean = root != nullptr && std::all_of(end, text + size, [](char c) { return c >= 0 && c <= ' '; });
+  bool clean = root != nullptr &&
+               std::all_of(end, text + size, [](char c) { return c >= 0 && c <= ' '; });
   bool acceptable = size <= HALVEXD_CJSON_MAX_FILE_BYTES && std::memchr(data, 0, size) == nullptr &&
                     complete && clean;
   HalvexConfig& config = HalvexConfig::instance();
@@ -33,11 +34,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     check(config.loadConfig(path) == acceptable, acceptable ? "refused a good file" : "took a bad file");
     check(log.records().back().message == "Load JSON config done\n", "load without its closing line");
   }
-  for (const auto& [key, record] : config.monitorConfigs) check(key == record.metricName, "record under another name");
+  for (const auto& [key, record] : config.monitorConfigs) {
+    check(key == record.metricName, "record under another name");
+  }
   config.resetConfig();
   if (root != nullptr) {
     halvexd::testing::LogCapture log;
-    check((config.parseJsonData(root) == 0) == complete, "tree result does not follow the top-level keys");
+    check((config.parseJsonData(root) == 0) == complete, "tree result against the top-level keys");
     cJSON_Delete(root);
     config.resetConfig();
   }

@@ -79,7 +79,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // Names holding ',' or '=' cannot be told from the values around them.
     std::string name = op < 4 ? cString(in.text(24), ",=") : "";
     std::string sanitised = name;
-    std::replace_if(sanitised.begin(), sanitised.end(), [](char c) { return c == ':' || c == ';'; }, '_');
+    for (char& c : sanitised) c = c == ':' || c == ';' ? '_' : c;
     if (op < 4 && name.empty()) continue;
     switch (op) {
       case 0: plain.emitMetricUint64(name, in.number()); plainNames.insert(sanitised); break;
