@@ -3,7 +3,7 @@
 # copy of its committed seed corpus for a bounded time, two at a time.
 #
 #   bash scripts/fuzz.sh                 every target, FUZZ_SECONDS (8) each
-#   FUZZ_SECONDS=600 bash scripts/fuzz.sh config_file meminfo
+#   FUZZ_SECONDS=600 bash scripts/fuzz.sh config kernel_files
 #
 # A finding stops that target; its input is kept under
 # build-fuzz/findings/<target>/ and the script fails. Fix the bug, then commit
@@ -28,7 +28,7 @@ run_one() {
   rm -rf "$work"
   mkdir -p "$work" "$findings"
   cp tests/fuzz/corpus/"$target"/* "$work"/
-  if build-fuzz/fuzz_"$target" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 \
+  if build-fuzz/tests/fuzz/fuzz_"$target" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 \
       -print_final_stats=0 -artifact_prefix="$findings/" "$work" >"$findings/log" 2>&1; then
     echo "fuzz_$target: $(grep -E '^#[0-9]+[[:space:]]+DONE' "$findings/log" | tail -1)"
   else
