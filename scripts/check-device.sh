@@ -38,12 +38,9 @@ if [ ${#sources[@]} -eq 0 ]; then
   echo "no daemon sources found" >&2
   exit 1
 fi
-for source in "${sources[@]}"; do
-  if ! "$cxx" "${flags[@]}" "$source"; then
-    echo "FAILED: $source" >&2
-    failed=1
-  fi
-done
+# Two at a time (or as many as there are cores); each failure is named.
+printf '%s\n' "${sources[@]}" | xargs -P "$(nproc)" -I{} sh -c \
+  '"$0" "$@" {} || { echo "FAILED: {}" >&2; exit 1; }' "$cxx" "${flags[@]}" || failed=1
 echo "${#sources[@]} files"
 
 echo "== host headers agree with the platform's"
