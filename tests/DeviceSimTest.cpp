@@ -119,7 +119,8 @@ TEST(DeviceSimTest, DaemonsOverTheMovingTabletReportEveryMonitorWithoutAnErrorLi
       {&others, "ProcessMemMonitorTablet:PssKB:"},
       {&others, "SystemMemMonitorTablet:SystemMemMonitor:"},
       {&others, "DiskUsageMonitorTablet:PercentageUsed:"}};
-  for (const auto& [daemon, prefix] : expected) {
+  for (const auto& [daemon, expectedPrefix] : expected) {
+    const std::string& prefix = expectedPrefix;  // a lambda cannot capture a binding
     EXPECT_TRUE(daemon->waitForRecord(
         [&prefix](const testing::LogRecord& record) {
           return record.buffer == kMetricsLogBuffer && record.message.rfind(prefix, 0) == 0;

@@ -121,6 +121,14 @@ TEST(ConfigCheckTest, EachCommittedConfigurationGetsItsWholeReportAndStatus) {
     EXPECT_EQ(run.err, "") << name;
     EXPECT_EQ(run.out, contents(file + ".check")) << name;
   }
+  // A file the daemon fails to load fails the check, even where what was read
+  // before the failure writes every configured name.
+  const std::string partial = fixturePath("configs/no-vedrix-section");
+  ToolRun run = configCheck({partial + ".json"});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.out, "warning: " + partial + ".json: \"VedrixConfig\" is missing; the daemon would log "
+                     "\"WARN: Failed to load config file\" and run with the monitor records read "
+                     "before it (structured service disabled)\n" + contents(partial + ".check"));
 }
 
 TEST(RecordToolsTest, BadUsageExitsWithTwo) {
