@@ -9,7 +9,13 @@
 
 #include "tests/support/GoldenRun.h"
 
-#if defined(__SANITIZE_ADDRESS__)
+// GCC says it is under the address sanitizer with a macro, clang with a feature.
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define HALVEXD_HEAP_OF_SANITIZER 1
+#endif
+#endif
+#if defined(__SANITIZE_ADDRESS__) || defined(HALVEXD_HEAP_OF_SANITIZER)
 // From the sanitizer runtime (its header does not come with every compiler).
 extern "C" size_t __sanitizer_get_current_allocated_bytes();
 
