@@ -23,8 +23,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   bool complete = root != nullptr && cJSON_GetObjectItemCaseSensitive(root, "MonitorConfig") &&
                   cJSON_GetObjectItemCaseSensitive(root, "VedrixConfig");
   // cJSON counts every byte up to ' ' as white space after the value.
-  bool clean = root != nullptr &&
-               std::all_of(end, text + size, [](char c) { return c >= 0 && c <= ' '; });
+  bool clean = root != nullptr && std::all_of(end, text + size, [](char c) {
+                 return static_cast<unsigned char>(c) <= ' ';
+               });
   bool acceptable = size <= HALVEXD_CJSON_MAX_FILE_BYTES && std::memchr(data, 0, size) == nullptr &&
                     complete && clean;
   HalvexConfig& config = HalvexConfig::instance();
