@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 
 #include "tests/support/GoldenRun.h"
@@ -30,9 +31,8 @@ TEST_P(GoldenRunTest, WholeLogOfBothBuffersMatchesTheExpectedFile) {
   if (std::getenv("HALVEXD_GOLDEN_UPDATE") != nullptr) {
     std::ofstream(expectedPath, std::ios::trunc) << run.log();
   }
-  std::ifstream in(expectedPath);
   std::stringstream expected;
-  expected << in.rdbuf();
+  expected << std::ifstream(expectedPath).rdbuf();
   EXPECT_EQ(expected.str(), run.log());
 }
 
@@ -46,12 +46,8 @@ INSTANTIATE_TEST_SUITE_P(Scenarios, GoldenRunTest,
                          });
 
 size_t openDescriptors() {
-  size_t count = 0;
-  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-    (void)entry;
-    ++count;
-  }
-  return count;
+  std::filesystem::directory_iterator entries("/proc/self/fd");
+  return static_cast<size_t>(std::distance(begin(entries), end(entries)));
 }
 
 // Processes are born and end with new pids every cycle, files vanish and come

@@ -35,22 +35,6 @@ LogCapture::~LogCapture() {
   hostlog::setRecordHookForTesting(nullptr);
 }
 
-std::vector<LogRecord> LogCapture::withTag(const std::string& tag) const {
-  std::vector<LogRecord> out;
-  for (const auto& record : captured) {
-    if (record.tag == tag) out.push_back(record);
-  }
-  return out;
-}
-
-std::vector<std::string> LogCapture::messages(const std::string& tag) const {
-  std::vector<std::string> out;
-  for (const auto& record : captured) {
-    if (record.tag == tag) out.push_back(record.message);
-  }
-  return out;
-}
-
 std::vector<LogRecord> LogCapture::metricRecords() const {
   std::vector<LogRecord> out;
   for (const auto& record : captured) {

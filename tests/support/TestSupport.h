@@ -1,5 +1,4 @@
-// Captures every log record written while it lives, for exact assertions on
-// buffer, priority, tag and text.
+// A capture of every log record, scoped environment and sysroot, fixture paths, temporary trees.
 #pragma once
 
 #include <iosfwd>
@@ -28,10 +27,6 @@ class LogCapture {
   LogCapture& operator=(const LogCapture&) = delete;
 
   const std::vector<LogRecord>& records() const { return captured; }
-  // Records with this tag, in order.
-  std::vector<LogRecord> withTag(const std::string& tag) const;
-  // Messages of the records with this tag, in order.
-  std::vector<std::string> messages(const std::string& tag) const;
   // Records of the metrics buffer, in order.
   std::vector<LogRecord> metricRecords() const;
   void clear() { captured.clear(); }
