@@ -48,8 +48,10 @@ constexpr size_t kSingleValueReadBytes = 4096;
 // with plain read calls in page-sized chunks: a stdio stream would allocate
 // its own buffer and ask for the file's status first, and reading it a
 // character at a time takes its lock once per character.
+// A read that fails ends the text where it stands; its error goes to
+// `readError` when one is given (an open failure leaves errno set instead).
 bool readDeviceFile(const std::string& devicePath, size_t maxBytes, bool oneLine,
-                    std::string& text) {
+                    std::string& text, int* readError = nullptr) {
   int fd = open(sysrootPath(devicePath.c_str()).c_str(), O_RDONLY | O_CLOEXEC);
   if (fd < 0) {
     return false;
@@ -59,6 +61,7 @@ bool readDeviceFile(const std::string& devicePath, size_t maxBytes, bool oneLine
   while (text.size() < maxBytes) {
     ssize_t got = read(fd, chunk, std::min(sizeof(chunk), maxBytes - text.size()));
     if (got < 0 && errno == EINTR) continue;
+    if (got < 0 && readError != nullptr) *readError = errno;
     if (got <= 0) break;
     std::string_view received(chunk, static_cast<size_t>(got));
     size_t newline = oneLine ? received.find('\n') : std::string_view::npos;
@@ -113,6 +116,12 @@ uint64_t readCountOrZero(const std::string& path) {
 
 constexpr const char* kProcDir = "/proc";
 constexpr const char* kPerfinfoPath = "/proc/perfinfo";
+constexpr const char* kPressureDir = "/proc/pressure/";
+
+// smaps_rollup is about 1 KiB, its Pss line the third; a pressure file is
+// two lines of under 80 bytes.
+constexpr size_t kRollupReadBytes = 4096;
+constexpr size_t kPressureReadBytes = 4096;
 
 // The part of /proc/<pid>/stat that is read; the fields kept end well within
 // it.
@@ -423,6 +432,55 @@ bool getProcessPss(int pid, unsigned long& pssKb) {
   }
   pssKb += perfinfoKb;
   return true;
+}
+
+bool getProcessPssFromRollup(int pid, unsigned long& pssKb) {
+  pssKb = memtrackPssKb(pid);
+  unsigned long rollupKb = 0;
+  if (!getSmapsRollupPssFromFile(procPidPath(pid, "smaps_rollup"), rollupKb)) {
+    return false;
+  }
+  pssKb += rollupKb;
+  return true;
+}
+
+bool getSmapsRollupPssFromFile(const std::string& path, unsigned long& pssKb) {
+  std::string text;
+  if (!readDeviceFile(path, kRollupReadBytes, false, text)) {
+    return false;
+  }
+  if (!parseSmapsRollupPss(text, pssKb)) {
+    __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_ERROR, kTag, "Failed to parse %s",
+                            path.c_str());
+    return false;
+  }
+  return true;
+}
+
+bool havePerfinfo() {
+  return access(sysrootPath(kPerfinfoPath).c_str(), F_OK) == 0;
+}
+
+int getPressure(const char* resource, PressureStall& out) {
+  return getPressureFromFile(std::string(kPressureDir) + resource, out);
+}
+
+int getPressureFromFile(const std::string& path, PressureStall& out) {
+  std::string text;
+  int readError = 0;
+  errno = 0;
+  if (!readDeviceFile(path, kPressureReadBytes, false, text, &readError)) {
+    return errno != 0 ? errno : ENOENT;
+  }
+  if (readError != 0) {
+    return readError;
+  }
+  if (!parsePressure(text, out)) {
+    __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_ERROR, kTag, "Failed to parse %s",
+                            path.c_str());
+    return EBADMSG;
+  }
+  return 0;
 }
 
 bool pidOf(std::string name, int& pid) {

@@ -123,6 +123,30 @@ bool getProcessCmdlineFromFile(const std::string& path, std::string& cmdline);
 // hold the graphics part after a false result.
 bool getProcessPss(int pid, unsigned long& pssKb);
 
+// Proportional set size of `pid` in kB where /proc/perfinfo is missing: the
+// memory tracker's graphics part (as getProcessPss) plus the "Pss:" line of
+// /proc/<pid>/smaps_rollup. The kernel walks the process's page tables to
+// answer, so this costs far more than the stat or comm files. False without a
+// line when the file is missing (the process has ended); false after logging
+// (error) "Failed to parse /proc/<pid>/smaps_rollup" when it holds no whole
+// Pss line (one cut short as the process ended, say). `pssKb` as for
+// getProcessPss.
+bool getProcessPssFromRollup(int pid, unsigned long& pssKb);
+// The smaps_rollup part alone, from the file at device path `path`.
+bool getSmapsRollupPssFromFile(const std::string& path, unsigned long& pssKb);
+
+// True when the device has /proc/perfinfo.
+bool havePerfinfo();
+
+// Reads /proc/pressure/<resource> ("memory", "cpu" or "io") with
+// parsePressure. 0 on success; otherwise the system error number of the
+// open or of a failed read (ENOENT on a kernel without pressure stall
+// information, EOPNOTSUPP on one that has it switched off), or EBADMSG after
+// logging (error) "Failed to parse <path>" when the text does not parse. At
+// most 4 KiB are read: a file that goes on fails to parse.
+int getPressure(const char* resource, PressureStall& out);
+int getPressureFromFile(const std::string& path, PressureStall& out);
+
 // The id of the first process, in /proc's order, whose getProcessName equals
 // `name` exactly. False when none does or /proc cannot be listed.
 bool pidOf(std::string name, int& pid);
