@@ -221,14 +221,24 @@ int ConfigChecker::print(const Report& report, std::ostream& out) {
       out << "  " << finding.recordKind << ": warning: " << warning << "\n";
     }
   }
+  const bool extensionsClean = printExtensions(out);
   if (report.silentNames.empty()) {
     out << "every configured name writes records\n";
-    return 0;
+    return extensionsClean ? 0 : 1;
   }
   for (const SilentName& silent : report.silentNames) {
     out << "configured name \"" << silent.name << "\" writes nothing: " << silent.reason << "\n";
   }
   return 1;
+}
+
+bool ConfigChecker::printExtensions(std::ostream& out) {
+  const ExtensionConfig& extensions = HalvexConfig::instance().extensions;
+  if (!extensions.present) return true;
+  out << "HalvexExtensions\n";
+  for (const std::string& line : extensions.summaryLines()) out << "  " << line << "\n";
+  for (const std::string& mistake : extensions.mistakes) out << "  warning: " << mistake << "\n";
+  return extensions.mistakes.empty();
 }
 
 }  // namespace halvexd::tools
