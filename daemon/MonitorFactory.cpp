@@ -1,5 +1,7 @@
 #include "daemon/MonitorFactory.h"
 
+#include "config/HalvexConfig.h"
+
 #include <iterator>
 #include <new>
 
@@ -7,6 +9,7 @@
 #include "monitors/DiskUsageMonitor.h"
 #include "monitors/MemoryUsageMonitor.h"
 #include "monitors/ProcessCpuMonitor.h"
+#include "monitors/PressureMonitor.h"
 #include "monitors/ProcessMemMonitor.h"
 #include "monitors/SystemMemMonitor.h"
 #include "platform/LogBuffers.h"
@@ -90,6 +93,14 @@ const std::vector<MonitorPublishing>& monitorPublishNames() {
   return kNames;
 }
 
+const std::vector<ExtensionPublishing>& extensionPublishNames() {
+  static const std::vector<ExtensionPublishing> kNames = {
+      {"Pressure", {"PressureMonitor", &pressuremonitor::kPublishNames},
+       [](const ExtensionConfig& e) { return e.pressure.active; }},
+  };
+  return kNames;
+}
+
 bool configureMonitors(unsigned long sampleInterval, bool optionsGiven,
                        std::vector<MonitorInterface*>& monitors, bool) {
   try {
@@ -107,6 +118,10 @@ bool configureMonitors(unsigned long sampleInterval, bool optionsGiven,
       config.tickOffset = row.tickOffset;
       logMonitorConfig(config);
       monitors.push_back(row.build(config));
+    }
+    const ExtensionConfig& extensions = HalvexConfig::instance().extensions;
+    if (extensions.pressure.active) {
+      monitors.push_back(new pressuremonitor::PressureMonitor(extensions.pressure));
     }
   } catch (const std::bad_alloc&) {
     // A monitor whose construction threw has already been freed by `new`;

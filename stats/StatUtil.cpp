@@ -316,7 +316,7 @@ bool getProcessList(std::vector<int>& pids) {
   return true;
 }
 
-bool getProcessListRss(std::vector<int>& pids) {
+bool getProcessListRss(std::vector<int>& pids, std::vector<int32_t>* rssPages) {
   std::vector<int> all;
   if (!getProcessList(all) || all.empty()) {
     return false;
@@ -329,6 +329,7 @@ bool getProcessListRss(std::vector<int>& pids) {
       anyRead = true;
       if (stat.rss != 0) {
         pids.push_back(pid);
+        if (rssPages != nullptr) rssPages->push_back(stat.rss);
       }
     }
   }

@@ -87,9 +87,10 @@ bool getLmkStatsFromFile(const char* path, std::map<std::string, unsigned long>&
 bool getProcessList(std::vector<int>& pids);
 
 // Appends the ids of the processes whose stat reads and whose rss is not 0;
-// kernel threads (rss 0) are thereby left out. False when /proc cannot be
-// listed, lists nothing, or no stat file could be read.
-bool getProcessListRss(std::vector<int>& pids);
+// kernel threads (rss 0) are thereby left out. With `rssPages`, each listed
+// process's rss (in pages) is appended to it as well. False when /proc cannot
+// be listed, lists nothing, or no stat file could be read.
+bool getProcessListRss(std::vector<int>& pids, std::vector<int32_t>* rssPages = nullptr);
 
 // Parses /proc/<pid>/stat into `stat`. False without a log when the file is
 // missing; false after logging (error) "Failed to parse /proc/<pid>/stat" when
