@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "config/ExtensionConfig.h"
+
 namespace halvexd::tools {
 
 struct PublishNameUse {
@@ -35,5 +37,13 @@ struct PublishNameUse {
 // In the order of the monitor factory's table, each monitor's system-health
 // name before its plain one, as the monitors publish them.
 const std::vector<PublishNameUse>& daemonPublishNames();
+
+// daemonPublishNames, then the names of the monitors that `extensions`
+// switches on, in the factory's order of extensions.
+std::vector<PublishNameUse> publishNamesWith(const ExtensionConfig& extensions);
+
+// The key of the extension whose monitor publishes under `name`; null when
+// none does.
+const char* extensionPublishing(const std::string& name);
 
 }  // namespace halvexd::tools

@@ -157,7 +157,7 @@ ConfigChecker::Finding ConfigChecker::systemHealthRecord(const PublishNameUse& u
 ConfigChecker::Report ConfigChecker::check() {
   Report report;
   std::set<std::string> published;
-  for (const PublishNameUse& use : daemonPublishNames()) {
+  for (const PublishNameUse& use : publishNamesWith(HalvexConfig::instance().extensions)) {
     published.insert(use.publishName);
     switch (use.kind) {
       case PublishNameUse::Kind::Values:
@@ -184,6 +184,10 @@ ConfigChecker::Report ConfigChecker::check() {
       std::string reason = name.empty() ? "a record without \"MetricName\": the daemon publishes "
                                           "under no empty name"
                                         : "the daemon publishes under no such name";
+      if (const char* extension = extensionPublishing(name)) {
+        reason = std::string("published only with the extension \"") + extension +
+                 "\" on in \"HalvexExtensions\"";
+      }
       if (name.find("VMPRESSURE") != std::string::npos) {
         reason += " (every name containing \"VMPRESSURE\" would share the one \"VMPRESSURE\" "
                   "record for its plain record, but the daemon publishes none)";
