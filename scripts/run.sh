@@ -9,6 +9,10 @@
 #   bash scripts/run.sh --seed N the sample tablet's moves from seed N
 #   bash scripts/run.sh [--live] -s 1 -t 1
 #                                one daemon with these options instead
+#   bash scripts/run.sh [--live] --extensions [--no-perfinfo]
+#                                with the configuration's extensions section
+#                                on (smaps_rollup PSS, pressure), and a device
+#                                without /proc/perfinfo
 #
 # Two daemons watch the same tree (see "Run it" in README.md for why): one
 # with -s 1 -t 1, whose CPU and memory usage monitors report on ticks 3 and 4,
@@ -20,10 +24,14 @@ cd "$(dirname "$0")/.."
 
 live=0
 seed=1
+extensions=0
+perfinfo=1
 while [ $# -gt 0 ]; do
   case "$1" in
     --live) live=1 ;;
     --seed) seed="$2"; shift ;;
+    --extensions) extensions=1 ;;
+    --no-perfinfo) perfinfo=0 ;;
     *) break ;;
   esac
   shift
@@ -59,15 +67,28 @@ stop() {
 trap stop EXIT
 trap 'exit 0' INT TERM
 
+device_args=()
+[ "$perfinfo" = 0 ] && device_args+=(--no-perfinfo)
 if [ "$live" = 1 ]; then
-  build/halvex-devicesim --live --config android/halvex_config.json "$sysroot/root" &
+  config=android/halvex_config.json
+  [ "$extensions" = 1 ] && config=android/halvex_config_extensions.json
+  build/halvex-devicesim --live --config "$config" "${device_args[@]}" "$sysroot/root" &
 else
-  build/halvex-devicesim --seed "$seed" --from tests/fixtures/tablet "$sysroot/root" &
+  [ "$extensions" = 1 ] && device_args+=(--config tests/fixtures/configs/tablet-extensions.json)
+  build/halvex-devicesim --seed "$seed" --from tests/fixtures/tablet "${device_args[@]}" \
+    "$sysroot/root" &
 fi
 pids+=($!)
-# /proc/perfinfo is the last thing the device makes.
-for _ in $(seq 100); do [ -p "$sysroot/root/proc/perfinfo" ] && break; sleep 0.1; done
-[ -p "$sysroot/root/proc/perfinfo" ] || { echo "the device did not start" >&2; exit 1; }
+# /proc/perfinfo is the last thing the device makes; without it, the
+# tablet's pressure files are written after everything else the daemons read
+# first, and the live sysroot's /proc links after its configuration.
+ready=(-p "$sysroot/root/proc/perfinfo")
+if [ "$perfinfo" = 0 ]; then
+  ready=(-e "$sysroot/root/proc/pressure/io")
+  [ "$live" = 1 ] && ready=(-e "$sysroot/root/proc/uptime")
+fi
+for _ in $(seq 100); do [ "${ready[@]}" ] && break; sleep 0.1; done
+[ "${ready[@]}" ] || { echo "the device did not start" >&2; exit 1; }
 
 export HALVEXD_SYSROOT="$sysroot/root"
 if [ ${#daemon_args[@]} -gt 0 ]; then

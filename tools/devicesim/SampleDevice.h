@@ -10,7 +10,12 @@
 //    used every 25 to 50 seconds; zram and KSM counters; low-memory kills in bursts; a file under
 //    /data growing.
 // It also holds a PSS figure for every process, for the /proc/perfinfo
-// stand-in to answer with.
+// stand-in to answer with and written each second into the process's
+// smaps_rollup, and writes /proc/pressure/memory, cpu and io each second: CPU
+// stalls grow with the load above 40 %, memory stalls with memory use above
+// 84 % (so the spells above 95 % show as memory pressure), I/O with both.
+// These follow the other figures without drawing on the random sequence, so
+// the rest of the tree moves as it did before they were written.
 //
 // Every change comes from one pseudo-random sequence seeded at construction,
 // so two devices with the same seed over the same tree write the same files
@@ -72,6 +77,8 @@ class SampleDevice {
   void advanceMemory();
   void advanceZramAndKsm();
   void advanceKills();
+  void advancePressure();
+  void writeRollup(const Process& process, uint64_t pssKb) const;
   void fillData();
   void writeProcess(const Process& process) const;
   void writeCpu() const;
@@ -105,6 +112,16 @@ class SampleDevice {
   std::vector<std::pair<std::string, uint64_t>> kills;
   int killBurstLeft = 0;
   uint64_t dataFillBytes = 0;
+
+  // The stall share of one second fed into the kernel's three running
+  // averages, and the stall total.
+  struct Stall {
+    double averages[3] = {0, 0, 0};
+    uint64_t totalUs = 0;
+    void add(double percent);
+  };
+  double memoryUsedPercent = 0;
+  Stall cpuSome, memorySome, memoryFull, ioSome, ioFull;
 
   mutable std::mutex pssLock;
   std::map<int, uint64_t> pssByPid;
