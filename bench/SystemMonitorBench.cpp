@@ -13,6 +13,7 @@
 
 #include "config/HalvexConfig.h"
 #include "daemon/MonitorFactory.h"
+#include "monitors/PressureMonitor.h"
 #include "platform/LogBuffers.h"
 #include "platform/Sysroot.h"
 #include "platform/host/HostLog.h"
@@ -42,8 +43,14 @@ class TabletDevice {
 };
 
 // The factory's monitor of this name, initialised; the others are dropped.
-// The monitors are never freed in the daemon either.
+// The monitors are never freed in the daemon either. The pressure monitor,
+// which the factory builds only with its extension on, with its defaults.
 MonitorInterface* factoryMonitor(const std::string& name) {
+  if (name == "PressureMonitor") {
+    MonitorInterface* pressure = new pressuremonitor::PressureMonitor(ExtensionConfig::Pressure{});
+    pressure->init();
+    return pressure;
+  }
   std::vector<MonitorInterface*> monitors;
   configureMonitors(120, false, monitors, false);
   for (MonitorInterface* monitor : monitors) {
@@ -82,6 +89,9 @@ const MonitorCase kCases[] = {
       "/sys/kernel/mm/ksm/pages_sharing_always", "/sys/kernel/slab/ksm_rmap_item/object_size"},
      {}},
     {"DiskUsageMonitor", false, 5, {}, {"/data", "/system"}},
+    // A forced check samples and reports.
+    {"PressureMonitor", true, 0, {"/proc/pressure/memory", "/proc/pressure/cpu", "/proc/pressure/io"},
+     {}},
 };
 
 void monitorCheck(benchmark::State& state, const MonitorCase& which) {
