@@ -278,6 +278,21 @@ What remains above the bound of a third, and why it stays:
   time per idle tick is within a third of the floor's; the difference is the
   tick itself (the six monitors' gate tests) and waking with a signal
   descriptor in the select set.
+- The pressure check (section 2) is forced, so it samples and reports at
+  once: it parses three files field by field (two decimals checked per
+  average, every line whole), writes the three level lines, which it formats
+  itself, and stores each file's figures for the record (about twenty
+  values, in ordered maps as every report does); the lower bound reads the
+  files and writes the same three lines ready made. That is about 8 µs per
+  forced check; an ordinary sample on this 1-tick interval neither reports
+  nor logs levels.
+- PSS from smaps_rollup (section 7) is dear because of the kernel: it walks
+  every page table of the process to answer, some 75 µs a process on this
+  machine where its stat file costs about 5. halvexd's reader adds the
+  memory-tracker call and the parse of the Pss line to that. Where the
+  monitor has a choice, the order of a cycle, it ranks processes by the
+  resident size their stat files give (already read to build the list), so
+  the first runs of a cycle measure the likely largest.
 - The peers run as separate programs, so their per-process figure at 100
   children includes their start-up; at 1,000 and 4,000 children the walk
   dominates, and halvexd stays at a third of their cost or less.
