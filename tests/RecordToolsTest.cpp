@@ -108,6 +108,40 @@ TEST(RecordToolsTest, CheckGivesTheReasonForEachRecordTheDaemonCannotHaveWritten
   EXPECT_EQ(good.out, "3 metric records checked, 0 malformed\n");
 }
 
+TEST(RecordToolsTest, EveryByteOfAValueComesBackAndLinesPastOneMiBArePassedOver) {
+  auto line = [](const std::string& name) {
+    return "I/metrics.halvexd( 1): XTablet:P:" + name + "=1;CT;1:NR\n";
+  };
+  auto json = [](size_t number, const std::string& metric) {
+    return "{\"line\":" + std::to_string(number) + R"(,"kind":"plain","form":"","prefix":"XTablet",)"
+           R"("publish":"P","metric":")" + metric + R"(","value":"1","type":"CT","group":"",)"
+           R"("schema":"","key_tag":"","value_tag":"","region":""})" + "\n";
+  };
+  // Valid UTF-8 as it is; each byte of an invalid sequence as U+DC00 + byte,
+  // which no character is; control bytes, quotes and backslashes escaped.
+  const std::pair<std::string, std::string> rows[] = {  // name, as a JSON string's text
+      {"a\xff" "b", "a\\udcffb"},  {"a\xc3\xbf" "b", "a\xc3\xbf" "b"},
+      {"\xf0\x9f\x98\x80", "\xf0\x9f\x98\x80"},  {"\xe2\x82x", "\\udce2\\udc82x"},
+      {"\xed\xa0\x80", "\\udced\\udca0\\udc80"},  {"\xc0\xaf", "\\udcc0\\udcaf"},
+      {"\xf4\x90\x80\x80", "\\udcf4\\udc90\\udc80\\udc80"},
+      {"\x01\x7f\"\\", "\\u0001\\u007f\\\"\\\\"},
+  };
+  for (const auto& [name, escaped] : rows) {
+    EXPECT_EQ(decode({}, line(name)).out, json(1, escaped)) << escaped;
+  }
+  // CSV carries the bytes themselves.
+  EXPECT_EQ(decode({"--csv"}, line("a\xff" "b")).out,
+            "line,kind,form,prefix,publish,metric,value,type,group,schema,key_tag,value_tag,"
+            "region\n1,plain,,XTablet,P,a\xff" "b,1,CT,,,,,\n");
+  // A line of exactly 1 MiB is read; one byte more is passed over, named,
+  // and fails the run; the lines after it are read.
+  const std::string longest(1024 * 1024 - line("").size() + 1, 'm');
+  ToolRun bound = decode({}, line(longest) + line(longest + "m") + line("after"));
+  EXPECT_EQ(bound.status, 1);
+  EXPECT_EQ(bound.out, json(1, longest) + json(3, "after"));
+  EXPECT_EQ(bound.err, "line 2: longer than 1048576 bytes, not read\n");
+}
+
 TEST(ConfigCheckTest, EachCommittedConfigurationGetsItsWholeReportAndStatus) {
   const std::pair<const char*, int> rows[] = {
       {"tablet", 0}, {"descriptor-gaps", 1}, {"health-name-with-plain-on", 1},
