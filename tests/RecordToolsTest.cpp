@@ -123,6 +123,7 @@ TEST(RecordToolsTest, EveryByteOfAValueComesBackAndLinesPastOneMiBArePassedOver)
       {"a\xff" "b", "a\\udcffb"},  {"a\xc3\xbf" "b", "a\xc3\xbf" "b"},
       {"\xf0\x9f\x98\x80", "\xf0\x9f\x98\x80"},  {"\xe2\x82x", "\\udce2\\udc82x"},
       {"\xed\xa0\x80", "\\udced\\udca0\\udc80"},  {"\xc0\xaf", "\\udcc0\\udcaf"},
+      {"\xe0\x80\xaf", "\\udce0\\udc80\\udcaf"},
       {"\xf4\x90\x80\x80", "\\udcf4\\udc90\\udc80\\udc80"},
       {"\x01\x7f\"\\", "\\u0001\\u007f\\\"\\\\"},
   };
