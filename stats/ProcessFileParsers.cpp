@@ -73,7 +73,7 @@ bool isBinderThreadName(const char* name) {
 bool parseCmdlinePiece(std::string_view piece, FirstArgumentTail& tail) {
   // The first line, its newline kept, up to the first zero byte.
   const size_t lineEnd = piece.find('\n');
-  std::string_view argument = lineEnd == std::string_view::npos ? piece : piece.substr(0, lineEnd + 1);
+  std::string_view argument = piece.substr(0, lineEnd == piece.npos ? lineEnd : lineEnd + 1);
   const size_t zero = argument.find('\0');
   argument = argument.substr(0, zero);
   const bool ended = lineEnd != std::string_view::npos || zero != std::string_view::npos;

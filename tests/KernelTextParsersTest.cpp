@@ -174,13 +174,11 @@ TEST(ProcessNameParserTest, BinderThreadsTakeTheirProgramsName) {
       {path12k + "\0"s + std::string(9000, 'z'), "ystem/bin/hw/vendor.sensors-svc"},
       {std::string(12000, ' ') + "/system/bin/x" + std::string(12000, '\t'), "/system/bin/x"},
   };
-  // Read whole, and a byte at a time as a reader may be handed it.
-  for (size_t pieceBytes : {size_t{1}, std::string::npos}) {
+  for (size_t pieceBytes : {size_t{1}, std::string::npos}) {  // a byte at a time, and whole
     for (const auto& [raw, expected] : rows) {
       FirstArgumentTail tail;
-      for (size_t at = 0; at < raw.size() && parseCmdlinePiece(raw.substr(at, pieceBytes), tail);) {
-        at += std::min(pieceBytes, raw.size() - at);
-      }
+      size_t at = 0;
+      while (at < raw.size() && parseCmdlinePiece(raw.substr(at, pieceBytes), tail)) at += pieceBytes;
       EXPECT_EQ(binderProcessName(raw != "-" ? &tail : nullptr), expected) << raw.substr(0, 40);
     }
   }
