@@ -13,7 +13,6 @@
 
 #include "config/HalvexConfig.h"
 #include "daemon/MonitorFactory.h"
-#include "monitors/PressureMonitor.h"
 #include "platform/LogBuffers.h"
 #include "platform/Sysroot.h"
 #include "platform/host/HostLog.h"
@@ -43,14 +42,10 @@ class TabletDevice {
 };
 
 // The factory's monitor of this name, initialised; the others are dropped.
-// The monitors are never freed in the daemon either. The pressure monitor,
-// which the factory builds only with its extension on, with its defaults.
+// The monitors are never freed in the daemon either. The pressure monitor is
+// built with its extension switched on, with the extension's defaults.
 MonitorInterface* factoryMonitor(const std::string& name) {
-  if (name == "PressureMonitor") {
-    MonitorInterface* pressure = new pressuremonitor::PressureMonitor(ExtensionConfig::Pressure{});
-    pressure->init();
-    return pressure;
-  }
+  HalvexConfig::instance().extensions.pressure.active = name == "PressureMonitor";
   std::vector<MonitorInterface*> monitors;
   configureMonitors(120, false, monitors, false);
   for (MonitorInterface* monitor : monitors) {
