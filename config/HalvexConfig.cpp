@@ -232,6 +232,15 @@ int HalvexConfig::parseJsonData(cJSON* root) {
   return 0;
 }
 
+const HalvexConfig::VedrixMetricInterface* HalvexConfig::activeVedrixInterface(
+    const std::string& metricName) const {
+  auto found = monitorConfigs.find(metricName);
+  if (found == monitorConfigs.end() || !found->second.vedrixMetricInterface.active) {
+    return nullptr;
+  }
+  return &found->second.vedrixMetricInterface;
+}
+
 void HalvexConfig::resetConfig() {
   monitorConfigs.clear();
   vedrixConfig.enabled = false;
