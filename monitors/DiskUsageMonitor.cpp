@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "config/HalvexConfig.h"
+#include "metrics/PublishNames.h"
 #include "metrics/RecordVocabulary.h"
 #include "platform/FileSystemStats.h"
 #include "platform/LogBuffers.h"
@@ -150,14 +151,14 @@ void DiskUsageMonitor::emitPercentage(const std::string& metricName, uint64_t pe
   metricLogger.emitMetricUint64(metricName, percentage);
   if (structured) {
     std::vector<std::pair<std::string, std::string>> pairs = {
-        {kPercentageFields[0], metricName}, {kPercentageFields[1], std::to_string(percentage)}};
+        {publishnames::kDiskPercentageFields[0], metricName}, {publishnames::kDiskPercentageFields[1], std::to_string(percentage)}};
     metricLogger.emitVedrixMetricPairVec(metricName, pairs);
   }
 }
 
 void DiskUsageMonitor::appendStorageValue(const PartitionInfo& partition) {
   sysHealthMetricLogger.appendStringToVec(
-      kSystemHealthNames.valuesField,
+      publishnames::kDiskUsageHealth.valuesField,
       std::string(partition.path) + records::kFieldSeparator +
           std::to_string(partition.percentUsed) + records::kFieldSeparator +
           std::to_string(partition.totalSize >> 10),
@@ -179,7 +180,7 @@ void DiskUsageMonitor::log() {
     emitPercentage(systemPartition.path, systemPartition.percentUsed, structured);
     if (structured) appendStorageValue(systemPartition);
   }
-  publishWithSystemHealth(kPublishNames, metricReportIntervalTicks);
+  publishWithSystemHealth(publishnames::kDiskUsageMonitor, metricReportIntervalTicks);
 }
 
 }  // namespace halvexd::diskusagemonitor
