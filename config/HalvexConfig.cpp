@@ -232,13 +232,19 @@ int HalvexConfig::parseJsonData(cJSON* root) {
   return 0;
 }
 
-const HalvexConfig::VedrixMetricInterface* HalvexConfig::activeVedrixInterface(
+const HalvexConfig::MonitorConfig* HalvexConfig::findMonitorConfig(
     const std::string& metricName) const {
   auto found = monitorConfigs.find(metricName);
-  if (found == monitorConfigs.end() || !found->second.vedrixMetricInterface.active) {
+  return found == monitorConfigs.end() ? nullptr : &found->second;
+}
+
+const HalvexConfig::VedrixMetricInterface* HalvexConfig::activeVedrixInterface(
+    const std::string& metricName) const {
+  const MonitorConfig* record = findMonitorConfig(metricName);
+  if (record == nullptr || !record->vedrixMetricInterface.active) {
     return nullptr;
   }
-  return &found->second.vedrixMetricInterface;
+  return &record->vedrixMetricInterface;
 }
 
 void HalvexConfig::resetConfig() {

@@ -77,13 +77,8 @@ void MetricLogger::emitVedrixMetricPairVec(const std::string& name, FieldVector&
 }
 
 const HalvexConfig::MonitorConfig* MetricLogger::getMonitorConfig(const std::string& name) {
-  std::string key = name;
-  if (name.find(kVmpressureName) != std::string::npos) {
-    key = kVmpressureName;
-  }
-  auto& configs = HalvexConfig::instance().monitorConfigs;
-  auto found = configs.find(key);
-  return found == configs.end() ? nullptr : &found->second;
+  const bool vmpressure = name.find(kVmpressureName) != std::string::npos;
+  return HalvexConfig::instance().findMonitorConfig(vmpressure ? kVmpressureName : name);
 }
 
 void MetricLogger::publish(const std::string& name) { uploadZelMetric(name); }
