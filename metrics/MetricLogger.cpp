@@ -157,7 +157,7 @@ std::string MetricLogger::buildVedrixMetricTailString() {
   std::string tail = records::deviceFieldsText();
   const std::string& region = HalvexConfig::instance().vedrixConfig.region;
   if (!region.empty()) {
-    tail += ":" + region;
+    tail += records::kRegionSeparator + region;
   }
   vedrixTailString = tail;
   return tail;

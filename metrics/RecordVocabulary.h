@@ -47,6 +47,9 @@ inline constexpr const char* kDeviceFields[] = {
     "_deviceId",        "_customerId",         "_hardware",
 };
 
+// Between the device fields and the region, when a region is set.
+inline constexpr char kRegionSeparator = ':';
+
 // The device fields as a structured record writes them, between its body and
 // its region: "," <field> "=" and the string tag, for each field in order.
 inline const std::string& deviceFieldsText() {

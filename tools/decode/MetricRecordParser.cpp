@@ -173,7 +173,7 @@ bool MetricRecordParser::parseStructured(const std::string& message, size_t tail
   const std::string afterTail =
       message.substr(tailAt + records::deviceFieldsText().size());
   if (!afterTail.empty()) {
-    if (afterTail[0] != ':') {
+    if (afterTail[0] != records::kRegionSeparator) {
       error = "text " + quoted(afterTail) + " after the device fields (only \":<region>\" may follow)";
       return false;
     }
