@@ -7,6 +7,7 @@
 #include <string>
 
 #include "config/HalvexConfig.h"
+#include "metrics/PublishNames.h"
 #include "platform/LogBuffers.h"
 #include "stats/StatUtil.h"
 
@@ -17,7 +18,7 @@ constexpr const char* kTag = "halvexd:PressureMonitor";
 
 monitor_config configOf(const ExtensionConfig::Pressure& settings) {
   monitor_config config;
-  config.name = "PressureMonitor";
+  config.name = publishnames::kPressureMonitor.monitor;
   config.active = true;
   config.sampleIntervalTicks = settings.sampleIntervalTicks;
   config.metricReportIntervalTicks = settings.reportIntervalTicks;
@@ -138,7 +139,7 @@ void PressureMonitor::log() {
     reportSeries(std::string(resource.metric) + ".Some.", resource.some);
     reportSeries(std::string(resource.metric) + ".Full.", resource.full);
   }
-  metricLogger.publish(kPublishNames.plainName);
+  metricLogger.publish(publishnames::kPressureMonitor.plainName);
 }
 
 void PressureMonitor::reportSeries(const std::string& prefix, Series& series) {

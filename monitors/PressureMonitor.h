@@ -15,8 +15,6 @@
 
 namespace halvexd::pressuremonitor {
 
-inline constexpr MonitorPublishNames kPublishNames = {nullptr, "PressureStall", nullptr, 0};
-
 class PressureMonitor : public MonitorInterface {
  public:
   explicit PressureMonitor(const ExtensionConfig::Pressure& settings);

@@ -11,7 +11,9 @@ namespace halvexd {
 
 // The leading fields of /proc/<pid>/stat (the command name is not kept). The
 // fault and time counters, vsize and rsslim are 32 bits wide: the kernel's
-// larger values arrive truncated to their low 32 bits.
+// larger values arrive truncated to their low 32 bits. The record holds every
+// leading field, as the reader promises; the monitors read pid, utime, stime,
+// starttime and rss, and the others count towards the line's required shape.
 struct ProcessStat {
   int32_t pid = 0;
   char state = 0;
