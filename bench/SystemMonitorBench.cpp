@@ -85,7 +85,10 @@ const MonitorCase kCases[] = {
      {}},
     {"DiskUsageMonitor", false, 5, {}, {"/data", "/system"}},
     // A forced check samples and reports.
-    {"PressureMonitor", true, 0, {"/proc/pressure/memory", "/proc/pressure/cpu", "/proc/pressure/io"},
+    {"PressureMonitor",
+     true,
+     0,
+     {"/proc/pressure/memory", "/proc/pressure/cpu", "/proc/pressure/io"},
      {}},
 };
 

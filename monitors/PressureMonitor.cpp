@@ -27,19 +27,17 @@ monitor_config configOf(const ExtensionConfig::Pressure& settings) {
 }
 
 // The configured thresholds are percentages with two decimals.
-uint32_t toHundredths(double percent) {
-  return static_cast<uint32_t>(std::lround(percent * 100));
-}
+uint32_t toHundredths(double percent) { return static_cast<uint32_t>(std::lround(percent * 100)); }
 
-double toPercent(uint64_t hundredths) {
-  return static_cast<double>(hundredths) / 100;
-}
+double toPercent(uint64_t hundredths) { return static_cast<double>(hundredths) / 100; }
 
 }  // namespace
 
 PressureMonitor::PressureMonitor(const ExtensionConfig::Pressure& settings)
     : MonitorInterface(configOf(settings)),
-      resources{{"memory", "Memory", true, {}, {}}, {"cpu", "Cpu", true, {}, {}}, {"io", "Io", true, {}, {}}},
+      resources{{"memory", "Memory", true, {}, {}},
+                {"cpu", "Cpu", true, {}, {}},
+                {"io", "Io", true, {}, {}}},
       memorySome("MemorySomeAvg10", toHundredths(settings.memorySomeAvg10Threshold), kTag),
       memoryFull("MemoryFullAvg10", toHundredths(settings.memoryFullAvg10Threshold), kTag) {}
 
@@ -120,11 +118,12 @@ void PressureMonitor::addToSeries(Series& series, const PressureLine& line) {
 
 void PressureMonitor::logLevels(const Resource& resource, const PressureStall& stall) const {
   std::string text = resource.file;
-  for (const auto& [kind, line] : {std::make_pair("some", &stall.some), std::make_pair("full", &stall.full)}) {
+  for (const auto& [kind, line] :
+       {std::make_pair("some", &stall.some), std::make_pair("full", &stall.full)}) {
     if (!line->present) continue;
     text += std::string(" ") + kind + " avg10=" + formatHundredths(line->avg10) +
-            " avg60=" + formatHundredths(line->avg60) + " avg300=" + formatHundredths(line->avg300) +
-            " total=" + std::to_string(line->totalUs);
+            " avg60=" + formatHundredths(line->avg60) +
+            " avg300=" + formatHundredths(line->avg300) + " total=" + std::to_string(line->totalUs);
   }
   __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_INFO, kTag, "%s", text.c_str());
 }

@@ -43,8 +43,9 @@ void PressureOverThrStats::addSample(uint64_t tick, uint32_t hundredths) {
     above = true;
     crossedTick = tick;
     startSpan(tick, hundredths);
-    __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_INFO, tag, "%s crossed %s%%. Current - %s%%",
-                            name.c_str(), limit.c_str(), current.c_str());
+    __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_INFO, tag,
+                            "%s crossed %s%%. Current - %s%%", name.c_str(), limit.c_str(),
+                            current.c_str());
     return;
   }
   if (tick - spanStartTick < kSpanTicks) {

@@ -53,7 +53,8 @@ std::string KernelText::smapsRollup(uint64_t rssKb, uint64_t pssKb) {
                 "Shared_Clean:   %8llu kB\nPrivate_Dirty:  %8llu kB\nSwap:                  0 kB\n"
                 "SwapPss:               0 kB\nLocked:                0 kB\n",
                 static_cast<unsigned long long>(rssKb), static_cast<unsigned long long>(pssKb),
-                static_cast<unsigned long long>(rssKb - pssKb), static_cast<unsigned long long>(pssKb));
+                static_cast<unsigned long long>(rssKb - pssKb),
+                static_cast<unsigned long long>(pssKb));
   return text;
 }
 

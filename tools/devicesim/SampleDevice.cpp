@@ -307,7 +307,8 @@ void SampleDevice::writeRollup(const Process& process, uint64_t pssKb) const {
   // A kernel thread maps nothing: its smaps_rollup reads empty.
   const uint64_t rssKb = std::strtoull(process.fields[21].c_str(), nullptr, 10) * 4;
   tree.write("proc/" + std::to_string(process.pid) + "/smaps_rollup",
-             process.kernelThread ? std::string() : KernelText::smapsRollup(std::max(rssKb, pssKb), pssKb));
+             process.kernelThread ? std::string()
+                                  : KernelText::smapsRollup(std::max(rssKb, pssKb), pssKb));
 }
 
 void SampleDevice::Stall::add(double percent) {
@@ -331,12 +332,14 @@ void SampleDevice::advancePressure() {
   ioFull.add(io * 0.4);
   // The tablet's kernel predates the "full" line of cpu.
   std::filesystem::create_directories(tree.path("proc/pressure"));
-  tree.write("proc/pressure/cpu", KernelText::pressureLine("some", cpuSome.averages, cpuSome.totalUs));
+  tree.write("proc/pressure/cpu",
+             KernelText::pressureLine("some", cpuSome.averages, cpuSome.totalUs));
   tree.write("proc/pressure/memory",
              KernelText::pressureLine("some", memorySome.averages, memorySome.totalUs) +
                  KernelText::pressureLine("full", memoryFull.averages, memoryFull.totalUs));
-  tree.write("proc/pressure/io", KernelText::pressureLine("some", ioSome.averages, ioSome.totalUs) +
-                                     KernelText::pressureLine("full", ioFull.averages, ioFull.totalUs));
+  tree.write("proc/pressure/io",
+             KernelText::pressureLine("some", ioSome.averages, ioSome.totalUs) +
+                 KernelText::pressureLine("full", ioFull.averages, ioFull.totalUs));
 }
 
 void SampleDevice::writeCpu() const {
