@@ -182,6 +182,14 @@ ExtensionConfig ExtensionConfig::parse(const cJSON* section) {
   return config;
 }
 
+bool ExtensionConfig::isActive(const std::string& extension) const {
+  if (extension == "CrossingSnapshot") return crossingSnapshot.active;
+  if (extension == "DaemonCost") return daemonCost.active;
+  if (extension == "SmapsRollupPss") return smapsRollupPss.active;
+  if (extension == "Pressure") return pressure.active;
+  return false;
+}
+
 std::vector<std::string> ExtensionConfig::summaryLines() const {
   auto onOff = [](bool active) { return std::string(active ? "on" : "off"); };
   std::vector<std::string> lines;

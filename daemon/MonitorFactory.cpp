@@ -3,6 +3,7 @@
 #include <iterator>
 #include <new>
 
+#include "config/HalvexConfig.h"
 #include "monitors/CpuUsageMonitor.h"
 #include "monitors/DiskUsageMonitor.h"
 #include "monitors/MemoryUsageMonitor.h"
@@ -79,7 +80,29 @@ void logMonitorConfig(const monitor_config& config) {
                           static_cast<unsigned long long>(config.metricReportIntervalTicks));
 }
 
+// With the extension on, one snapshot writer serves both usage monitors. It
+// lives as long as the monitors do.
+void attachCrossingSnapshot(std::vector<MonitorInterface*>& monitors) {
+  const ExtensionConfig::CrossingSnapshot& settings =
+      HalvexConfig::instance().extensions.crossingSnapshot;
+  if (!settings.active) return;
+  auto* snapshot = new crossingsnapshot::CrossingSnapshot(settings);
+  for (MonitorInterface* monitor : monitors) {
+    if (auto* cpu = dynamic_cast<cpuusagemonitor::CpuUsageMonitor*>(monitor)) {
+      cpu->setCrossingSnapshot(snapshot);
+    } else if (auto* memory = dynamic_cast<memoryusagemonitor::MemoryUsageMonitor*>(monitor)) {
+      memory->setCrossingSnapshot(snapshot);
+    }
+  }
+}
+
 }  // namespace
+
+const std::vector<MonitorPublishing>& extensionPublishNames() {
+  static const std::vector<MonitorPublishing> kNames = {
+      {"CrossingSnapshot", &crossingsnapshot::kPublishNames}};
+  return kNames;
+}
 
 const std::vector<MonitorPublishing>& monitorPublishNames() {
   static const std::vector<MonitorPublishing> kNames = [] {
@@ -108,6 +131,7 @@ bool configureMonitors(unsigned long sampleInterval, bool optionsGiven,
       logMonitorConfig(config);
       monitors.push_back(row.build(config));
     }
+    attachCrossingSnapshot(monitors);
   } catch (const std::bad_alloc&) {
     // A monitor whose construction threw has already been freed by `new`;
     // those appended before stay, as the caller owns the vector.

@@ -20,6 +20,11 @@ struct MonitorPublishing {
 // Every monitor the daemon builds, in the order of the factory's table.
 const std::vector<MonitorPublishing>& monitorPublishNames();
 
+// The extensions that publish records, each named after its extension of
+// "HalvexExtensions" (which switches it) and publishing as a monitor of that
+// name would.
+const std::vector<MonitorPublishing>& extensionPublishNames();
+
 bool configureMonitors(unsigned long sampleInterval, bool optionsGiven,
                        std::vector<MonitorInterface*>& monitors, bool);
 

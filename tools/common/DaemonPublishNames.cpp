@@ -10,7 +10,14 @@ const std::vector<PublishNameUse>& daemonPublishNames() {
   using Kind = PublishNameUse::Kind;
   static const std::vector<PublishNameUse> kUses = [] {
     std::vector<PublishNameUse> uses;
-    for (const MonitorPublishing& monitor : monitorPublishNames()) {
+    std::vector<MonitorPublishing> publishers = monitorPublishNames();
+    const size_t monitorCount = publishers.size();
+    for (const MonitorPublishing& extension : extensionPublishNames()) {
+      publishers.push_back(extension);
+    }
+    for (size_t at = 0; at < publishers.size(); ++at) {
+      const MonitorPublishing& monitor = publishers[at];
+      const std::string extension = at < monitorCount ? "" : monitor.monitor;
       const MonitorPublishNames& names = *monitor.names;
       if (names.systemHealth != nullptr) {
         const SystemHealthNames& health = *names.systemHealth;
@@ -18,7 +25,7 @@ const std::vector<PublishNameUse>& daemonPublishNames() {
                                            health.periodField};
         // The system-health logger writes its fields in key order.
         std::sort(fields.begin(), fields.end());
-        uses.push_back({health.publishName, monitor.monitor, Kind::SystemHealth, fields});
+        uses.push_back({health.publishName, monitor.monitor, Kind::SystemHealth, fields, extension});
       }
       std::vector<std::string> positional;
       for (size_t i = 0; i < names.positionalFieldCount; ++i) {
@@ -26,7 +33,7 @@ const std::vector<PublishNameUse>& daemonPublishNames() {
       }
       uses.push_back({names.plainName, monitor.monitor,
                       positional.empty() ? Kind::Values : Kind::ValuesWithPositionalFields,
-                      positional});
+                      positional, extension});
     }
     return uses;
   }();
