@@ -4,6 +4,7 @@
 #include <new>
 
 #include "config/HalvexConfig.h"
+#include "daemon/DaemonCost.h"
 #include "monitors/CpuUsageMonitor.h"
 #include "monitors/DiskUsageMonitor.h"
 #include "monitors/MemoryUsageMonitor.h"
@@ -100,7 +101,8 @@ void attachCrossingSnapshot(std::vector<MonitorInterface*>& monitors) {
 
 const std::vector<MonitorPublishing>& extensionPublishNames() {
   static const std::vector<MonitorPublishing> kNames = {
-      {"CrossingSnapshot", &crossingsnapshot::kPublishNames}};
+      {"CrossingSnapshot", &crossingsnapshot::kPublishNames},
+      {"DaemonCost", &daemoncost::kPublishNames}};
   return kNames;
 }
 
