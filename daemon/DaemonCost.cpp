@@ -40,7 +40,8 @@ DaemonCost::Own DaemonCost::readOwn() {
     own.cpuTicks = static_cast<uint64_t>(stat.utime) + stat.stime;
   }
   StatUtil::getKeyedNumbersFromFile(
-      "/proc/self/status", {{"voluntary_ctxt_switches", &own.voluntarySwitches}, {"VmRSS", &own.rssKb}});
+      "/proc/self/status",
+      {{"voluntary_ctxt_switches", &own.voluntarySwitches}, {"VmRSS", &own.rssKb}});
   own.hasRollup = StatUtil::getKeyedNumbersFromFile(
       "/proc/self/smaps_rollup", {{"Pss", &own.pssKb}, {"Private_Dirty", &own.privateDirtyKb}});
   // Listing the folder takes a descriptor of its own, which it lists too.
@@ -68,7 +69,8 @@ void DaemonCost::tickDone(uint64_t tick) {
   ++ticks;
   tickMicrosSum += tickMicros;
   if (tickMicros > tickMicrosMax) tickMicrosMax = tickMicros;
-  if (!tickLongestCheck.empty() && (longestCheck.empty() || tickLongestMicros > longestCheckMicros)) {
+  if (!tickLongestCheck.empty() &&
+      (longestCheck.empty() || tickLongestMicros > longestCheckMicros)) {
     longestCheck = tickLongestCheck;
     longestCheckMicros = tickLongestMicros;
   }
@@ -79,11 +81,12 @@ void DaemonCost::tickDone(uint64_t tick) {
 void DaemonCost::warnOverBudget(uint64_t tick, uint64_t tickMicros) {
   if (settings.tickBudgetMs == 0 || warned || tickMicros <= settings.tickBudgetMs * 1000) return;
   warned = true;
-  __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_WARN, kTag,
-                          "Tick %llu took %.3f ms, over the budget of %llu ms; longest check %s %.3f ms",
-                          static_cast<unsigned long long>(tick), millis(tickMicros),
-                          static_cast<unsigned long long>(settings.tickBudgetMs),
-                          tickLongestCheck.c_str(), millis(tickLongestMicros));
+  __android_log_buf_print(
+      kSystemLogBuffer, ANDROID_LOG_WARN, kTag,
+      "Tick %llu took %.3f ms, over the budget of %llu ms; longest check %s %.3f ms",
+      static_cast<unsigned long long>(tick), millis(tickMicros),
+      static_cast<unsigned long long>(settings.tickBudgetMs), tickLongestCheck.c_str(),
+      millis(tickLongestMicros));
 }
 
 void DaemonCost::report() {
@@ -108,7 +111,8 @@ void DaemonCost::report() {
 
   // Values go to the logger only where a record will take them, as it keeps
   // what it cannot write.
-  const HalvexConfig::MonitorConfig* record = metricLogger.getMonitorConfig(kPublishNames.plainName);
+  const HalvexConfig::MonitorConfig* record =
+      metricLogger.getMonitorConfig(kPublishNames.plainName);
   const bool plain = record != nullptr && record->trazMetricInterface.active;
   const bool structured = record != nullptr && record->vedrixMetricInterface.active &&
                           HalvexConfig::instance().vedrixConfig.enabled;
@@ -125,9 +129,9 @@ void DaemonCost::report() {
     metricLogger.emitMetricUint64("OpenFds", now.openFds);
   }
   if (structured) {
-    const uint64_t numbers[] = {ticks,      cpuMs,     switches,          meanMicros,
-                                tickMicrosMax, 0,      longestCheckMicros, now.rssKb,
-                                now.pssKb,  now.privateDirtyKb, now.openFds};
+    const uint64_t numbers[] = {
+        ticks,     cpuMs,     switches,           meanMicros, tickMicrosMax, 0, longestCheckMicros,
+        now.rssKb, now.pssKb, now.privateDirtyKb, now.openFds};
     MetricLogger::FieldVector fields;
     for (size_t i = 0; i < std::size(kFields); ++i) {
       fields.emplace_back(kFields[i], i == 5 ? longestCheck : std::to_string(numbers[i]));

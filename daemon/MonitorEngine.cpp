@@ -36,9 +36,7 @@ void MonitorEngine::setIntervalPerTick(unsigned int seconds) {
   intervalPerTick = seconds;
 }
 
-void MonitorEngine::setDaemonCost(daemoncost::DaemonCost* cost) {
-  daemonCost = cost;
-}
+void MonitorEngine::setDaemonCost(daemoncost::DaemonCost* cost) { daemonCost = cost; }
 
 void MonitorEngine::runMonitors() {
   long uptime = StatUtil::getUptime();

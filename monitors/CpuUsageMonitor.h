@@ -39,7 +39,9 @@ class CpuUsageMonitor : public MonitorInterface {
   bool getFastUtilizationSnapshot(unsigned long tick);
 
   // Writes the processes behind each crossing; null (the default) writes none.
-  void setCrossingSnapshot(crossingsnapshot::CrossingSnapshot* snapshot) { crossingSnapshot = snapshot; }
+  void setCrossingSnapshot(crossingsnapshot::CrossingSnapshot* snapshot) {
+    crossingSnapshot = snapshot;
+  }
 
  private:
   TotalUsageOverThrStats usageOverThreshold;

@@ -68,8 +68,8 @@ std::vector<CrossingSnapshot::Entry> CrossingSnapshot::cpuGrowth(uint64_t totalT
   auto past = counters.begin();
   for (const ProcessStat& stat : stats) {
     while (past != counters.end() && past->pid < stat.pid) ++past;
-    const bool seen = past != counters.end() && past->pid == stat.pid &&
-                      past->startTime == stat.starttime;
+    const bool seen =
+        past != counters.end() && past->pid == stat.pid && past->startTime == stat.starttime;
     // A process started since the last sample spent all its time in it.
     const uint32_t growth = busyTicksOf(stat) - (seen ? past->busyTicks : 0);
     now.push_back({stat.pid, stat.starttime, busyTicksOf(stat)});
@@ -103,10 +103,9 @@ void CrossingSnapshot::onMemorySample(Event event, const std::string& metric, in
 
 std::vector<CrossingSnapshot::Entry> CrossingSnapshot::top(std::vector<Entry> candidates) const {
   const size_t kept = std::min<size_t>(settings.topProcesses, candidates.size());
-  std::partial_sort(candidates.begin(), candidates.begin() + static_cast<std::ptrdiff_t>(kept),
-                    candidates.end(), [](const Entry& a, const Entry& b) {
-                      return ranksBefore(a.value, a.pid, b.value, b.pid);
-                    });
+  std::partial_sort(
+      candidates.begin(), candidates.begin() + static_cast<std::ptrdiff_t>(kept), candidates.end(),
+      [](const Entry& a, const Entry& b) { return ranksBefore(a.value, a.pid, b.value, b.pid); });
   candidates.resize(kept);
   for (Entry& entry : candidates) {
     // A process that ended since its stat was read still did the work.
@@ -124,13 +123,14 @@ bool CrossingSnapshot::readPss(int32_t pid, unsigned long& pssKb) {
 
 void CrossingSnapshot::write(Event event, const std::string& metric, int threshold,
                              const std::vector<Entry>& top, bool memory) {
-  __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_INFO, kTag,
-                          "%s %s %d%%: top %zu processes by %s", metric.c_str(),
-                          event == Event::Crossed ? "crossed" : "still above", threshold, top.size(),
-                          memory ? "resident memory" : "share of all CPUs over the last sample");
+  __android_log_buf_print(
+      kSystemLogBuffer, ANDROID_LOG_INFO, kTag, "%s %s %d%%: top %zu processes by %s",
+      metric.c_str(), event == Event::Crossed ? "crossed" : "still above", threshold, top.size(),
+      memory ? "resident memory" : "share of all CPUs over the last sample");
   // Values go to the logger only where a record will take them: the logger
   // keeps what it cannot write, and process names never repeat for good.
-  const HalvexConfig::MonitorConfig* record = metricLogger.getMonitorConfig(kPublishNames.plainName);
+  const HalvexConfig::MonitorConfig* record =
+      metricLogger.getMonitorConfig(kPublishNames.plainName);
   const bool plain = record != nullptr && record->trazMetricInterface.active;
   const bool structured = record != nullptr && record->vedrixMetricInterface.active &&
                           HalvexConfig::instance().vedrixConfig.enabled;
@@ -142,8 +142,9 @@ void CrossingSnapshot::write(Event event, const std::string& metric, int thresho
       const auto rssKb = static_cast<unsigned long long>(entry.value);
       char pss[48] = "PSS unknown";
       if (entry.hasPss) std::snprintf(pss, sizeof(pss), "PSS %lu kB", entry.pssKb);
-      __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_INFO, kTag, "%2zu. %-20s %-5d RSS %llu kB, %s",
-                              i + 1, entry.name, entry.pid, rssKb, pss);
+      __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_INFO, kTag,
+                              "%2zu. %-20s %-5d RSS %llu kB, %s", i + 1, entry.name, entry.pid,
+                              rssKb, pss);
       if (plain) metricLogger.emitMetricUint64(name + ".RssKB", rssKb);
       if (plain && entry.hasPss) metricLogger.emitMetricUint64(name + ".PssKB", entry.pssKb);
       value = std::to_string(rssKb);
@@ -158,9 +159,9 @@ void CrossingSnapshot::write(Event event, const std::string& metric, int thresho
     }
     if (structured) {
       MetricLogger::FieldVector fields = {
-          {kFields[0], metric},       {kFields[1], std::to_string(i + 1)},
-          {kFields[2], entry.name},   {kFields[3], std::to_string(entry.pid)},
-          {kFields[4], value},        {kFields[5], std::to_string(entry.hasPss ? entry.pssKb : 0)}};
+          {kFields[0], metric},     {kFields[1], std::to_string(i + 1)},
+          {kFields[2], entry.name}, {kFields[3], std::to_string(entry.pid)},
+          {kFields[4], value},      {kFields[5], std::to_string(entry.hasPss ? entry.pssKb : 0)}};
       metricLogger.emitVedrixMetricPairVec(name, fields);
     }
   }

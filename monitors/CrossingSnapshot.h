@@ -25,7 +25,7 @@ namespace halvexd::crossingsnapshot {
 // metric that crossed, the rank, the process name and pid, the figure it is
 // ranked by (percent of all CPUs' time, or resident kB) and its PSS in kB
 // (0 when no PSS source answered, and for CPU).
-inline constexpr const char* kFields[] = {"crossing", "rank", "process_name",
+inline constexpr const char* kFields[] = {"crossing", "rank",  "process_name",
                                           "pid",      "value", "pss_kb"};
 inline constexpr MonitorPublishNames kPublishNames = {nullptr, "CrossingSnapshot", kFields, 6};
 

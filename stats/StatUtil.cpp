@@ -428,7 +428,8 @@ bool getProcessPss(int pid, unsigned long& pssKb) {
 bool getKeyedNumbersFromFile(const std::string& path, const std::vector<KeyedNumber>& keys) {
   constexpr size_t kKeyedFileReadBytes = 64 * 1024;
   std::string text;
-  return readDeviceFile(path, kKeyedFileReadBytes, false, text) && parseKeyedNumbers(text, keys) > 0;
+  return readDeviceFile(path, kKeyedFileReadBytes, false, text) &&
+         parseKeyedNumbers(text, keys) > 0;
 }
 
 bool countDirectoryEntries(const std::string& path, uint64_t& count) {

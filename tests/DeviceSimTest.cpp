@@ -110,8 +110,8 @@ TEST(DeviceSimTest, DaemonsOverTheMovingTabletReportEveryMonitorWithoutAnErrorLi
       device.path(), [&tablet](const std::string& written) { return tablet->perfinfoAnswer(written); },
       false);
   devicesim::PerfinfoServer twinPerfinfo(
-      extendedDevice.path(), [&twin](const std::string& written) { return twin->perfinfoAnswer(written); },
-      false);
+      extendedDevice.path(),
+      [&twin](const std::string& written) { return twin->perfinfoAnswer(written); }, false);
   std::atomic<bool> stop{false};
   std::thread mover([&] {
     while (!stop) {
@@ -123,7 +123,8 @@ TEST(DeviceSimTest, DaemonsOverTheMovingTabletReportEveryMonitorWithoutAnErrorLi
   const std::map<std::string, std::string> env = {{"HALVEXD_SYSROOT", device.path()}};
   testing::DaemonProcess usage({"-s", "1", "-t", "1"}, env, logs.path() + "/usage.jsonl");
   testing::DaemonProcess others({"-s", "6", "-t", "1"}, env, logs.path() + "/others.jsonl");
-  testing::DaemonProcess extended({"-s", "1", "-t", "1"}, {{"HALVEXD_SYSROOT", extendedDevice.path()}},
+  testing::DaemonProcess extended({"-s", "1", "-t", "1"},
+                                  {{"HALVEXD_SYSROOT", extendedDevice.path()}},
                                   logs.path() + "/extended.jsonl");
 
   // Plain records start with the monitor's prefix and the publish name.
@@ -148,7 +149,9 @@ TEST(DeviceSimTest, DaemonsOverTheMovingTabletReportEveryMonitorWithoutAnErrorLi
   for (const std::string& prefix : {cost, "CrossingSnapshotTablet:CrossingSnapshot:CPU"s,
                                     "CrossingSnapshotTablet:CrossingSnapshot:Memory"s}) {
     EXPECT_TRUE(extended.waitForRecord(
-        [&prefix](const testing::LogRecord& record) { return record.message.rfind(prefix, 0) == 0; },
+        [&prefix](const testing::LogRecord& record) {
+          return record.message.rfind(prefix, 0) == 0;
+        },
         std::chrono::seconds(30)))
         << prefix;
   }
@@ -167,7 +170,8 @@ TEST(DeviceSimTest, DaemonsOverTheMovingTabletReportEveryMonitorWithoutAnErrorLi
   mover.join();
   // The k-th CPU (memory) snapshot names first the application behind the
   // k-th burst (spell), by pid.
-  const std::regex top(R"(^CrossingSnapshotTablet:CrossingSnapshot:(CPU|Memory)Utilization\.Top01\.[^=]*\.(\d+)\.(SharePercent|PssKB|RssKB)=)");
+  const std::regex top(R"(^CrossingSnapshotTablet:CrossingSnapshot:(CPU|Memory)Utilization)"
+                       R"(\.Top01\.[^=]*\.(\d+)\.(SharePercent|PssKB|RssKB)=)");
   std::map<bool, std::vector<int>> snapshotPids, spellPids;
   for (const testing::LogRecord& record : extended.records()) {
     std::smatch match;
@@ -175,7 +179,9 @@ TEST(DeviceSimTest, DaemonsOverTheMovingTabletReportEveryMonitorWithoutAnErrorLi
       snapshotPids[match[1] == "Memory"].push_back(std::stoi(match[2]));
     }
   }
-  for (const SampleDevice::Spell& spell : twin->spells()) spellPids[spell.memory].push_back(spell.pid);
+  for (const SampleDevice::Spell& spell : twin->spells()) {
+    spellPids[spell.memory].push_back(spell.pid);
+  }
   for (bool memory : {false, true}) {
     SCOPED_TRACE(memory ? "memory" : "cpu");
     ASSERT_FALSE(snapshotPids[memory].empty());

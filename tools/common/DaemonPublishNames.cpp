@@ -25,7 +25,8 @@ const std::vector<PublishNameUse>& daemonPublishNames() {
                                            health.periodField};
         // The system-health logger writes its fields in key order.
         std::sort(fields.begin(), fields.end());
-        uses.push_back({health.publishName, monitor.monitor, Kind::SystemHealth, fields, extension});
+        uses.push_back(
+            {health.publishName, monitor.monitor, Kind::SystemHealth, fields, extension});
       }
       std::vector<std::string> positional;
       for (size_t i = 0; i < names.positionalFieldCount; ++i) {

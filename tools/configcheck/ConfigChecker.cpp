@@ -41,10 +41,13 @@ bool extensionOff(const PublishNameUse& use, std::vector<ConfigChecker::Finding>
   const ExtensionConfig& extensions = HalvexConfig::instance().extensions;
   if (extensions.isActive(use.extension)) return false;
   if (extensions.present) {
-    findings.push_back({use.publishName, use.monitor, "records", false,
-                        "extension off (\"HalvexExtensions\" \"" + use.extension +
-                            "\" \"Active\" is not true)",
-                        {}});
+    findings.push_back(
+        {use.publishName,
+         use.monitor,
+         "records",
+         false,
+         "extension off (\"HalvexExtensions\" \"" + use.extension + "\" \"Active\" is not true)",
+         {}});
   }
   return true;
 }

@@ -29,9 +29,10 @@ volatile sig_atomic_t stopRequested = 0;
 void requestStop(int) { stopRequested = 1; }
 
 int usage() {
-  std::fprintf(stderr,
-               "usage: halvex-devicesim [--seed N] [--from TREE] [--config FILE] [--seconds N] ROOT\n"
-               "       halvex-devicesim --live --config FILE [--seconds N] ROOT\n");
+  std::fprintf(
+      stderr,
+      "usage: halvex-devicesim [--seed N] [--from TREE] [--config FILE] [--seconds N] ROOT\n"
+      "       halvex-devicesim --live --config FILE [--seconds N] ROOT\n");
   return 2;
 }
 
