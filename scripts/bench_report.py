@@ -327,7 +327,7 @@ The extensions (section 7, and the extensions-on rows of section 5):
   by pid (no lookup, one small entry kept per process). At a crossing the
   ranking and the five names and lines add about as much as reading five
   comm files. On a device that samples CPU usage every 30 seconds this is
-  one scan per sample: about 2 ms with 200 processes.
+  one scan per sample: about 1.5 ms with 200 processes.
 - The own-cost extension times each check with the monotonic clock: 14 clock
   reads per tick of six monitors, within 10 % of the reads themselves, and
   nothing at all with the extension off (the untimed tick). Its report reads
