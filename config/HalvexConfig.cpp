@@ -248,6 +248,21 @@ int HalvexConfig::parseJsonData(cJSON* root) {
   return 0;
 }
 
+const HalvexConfig::MonitorConfig* HalvexConfig::findMonitorConfig(
+    const std::string& metricName) const {
+  auto found = monitorConfigs.find(metricName);
+  return found == monitorConfigs.end() ? nullptr : &found->second;
+}
+
+const HalvexConfig::VedrixMetricInterface* HalvexConfig::activeVedrixInterface(
+    const std::string& metricName) const {
+  const MonitorConfig* record = findMonitorConfig(metricName);
+  if (record == nullptr || !record->vedrixMetricInterface.active) {
+    return nullptr;
+  }
+  return &record->vedrixMetricInterface;
+}
+
 void HalvexConfig::resetConfig() {
   monitorConfigs.clear();
   vedrixConfig.enabled = false;

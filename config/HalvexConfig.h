@@ -84,6 +84,14 @@ class HalvexConfig {
   // region and default group id, no extensions section.
   void resetConfig();
 
+  // The record whose "MetricName" is exactly `metricName`, or null.
+  const MonitorConfig* findMonitorConfig(const std::string& metricName) const;
+
+  // The structured interface of the record whose "MetricName" is exactly
+  // `metricName`, or null when there is no such record or its interface is
+  // not active.
+  const VedrixMetricInterface* activeVedrixInterface(const std::string& metricName) const;
+
   std::unordered_map<std::string, MonitorConfig> monitorConfigs;
   VedrixConfig vedrixConfig;
   ExtensionConfig extensions;

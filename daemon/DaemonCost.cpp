@@ -29,7 +29,7 @@ DaemonCost::DaemonCost(const ExtensionConfig::DaemonCost& settings)
     : settings(settings), clock(monotonicMicros) {
   long ticksPerSecond = sysconf(_SC_CLK_TCK);
   if (ticksPerSecond > 0) msPerClockTick = 1000 / static_cast<uint64_t>(ticksPerSecond);
-  metricLogger.init(kPublishNames.plainName);
+  metricLogger.init(publishnames::kDaemonCost.plainName);
   last = readOwn();
 }
 
@@ -112,7 +112,7 @@ void DaemonCost::report() {
   // Values go to the logger only where a record will take them, as it keeps
   // what it cannot write.
   const HalvexConfig::MonitorConfig* record =
-      metricLogger.getMonitorConfig(kPublishNames.plainName);
+      metricLogger.getMonitorConfig(publishnames::kDaemonCost.plainName);
   const bool plain = record != nullptr && record->trazMetricInterface.active;
   const bool structured = record != nullptr && record->vedrixMetricInterface.active &&
                           HalvexConfig::instance().vedrixConfig.enabled;
@@ -133,12 +133,12 @@ void DaemonCost::report() {
         ticks,     cpuMs,     switches,           meanMicros, tickMicrosMax, 0, longestCheckMicros,
         now.rssKb, now.pssKb, now.privateDirtyKb, now.openFds};
     MetricLogger::FieldVector fields;
-    for (size_t i = 0; i < std::size(kFields); ++i) {
-      fields.emplace_back(kFields[i], i == 5 ? longestCheck : std::to_string(numbers[i]));
+    for (size_t i = 0; i < std::size(publishnames::kDaemonCostFields); ++i) {
+      fields.emplace_back(publishnames::kDaemonCostFields[i], i == 5 ? longestCheck : std::to_string(numbers[i]));
     }
-    metricLogger.emitVedrixMetricPairVec(kPublishNames.plainName, fields);
+    metricLogger.emitVedrixMetricPairVec(publishnames::kDaemonCost.plainName, fields);
   }
-  if (plain || structured) metricLogger.publish(kPublishNames.plainName);
+  if (plain || structured) metricLogger.publish(publishnames::kDaemonCost.plainName);
 
   last = now;
   ticks = 0;

@@ -11,17 +11,10 @@
 #include <string>
 
 #include "config/ExtensionConfig.h"
-#include "daemon/MonitorInterface.h"
 #include "metrics/MetricLogger.h"
+#include "metrics/PublishNames.h"
 
 namespace halvexd::daemoncost {
-
-// One multi-field sample per report, its fields by position.
-inline constexpr const char* kFields[] = {"interval_ticks",   "cpu_ms",      "voluntary_switches",
-                                          "tick_mean_us",     "tick_max_us", "longest_check",
-                                          "longest_check_us", "rss_kb",      "pss_kb",
-                                          "private_dirty_kb", "open_fds"};
-inline constexpr MonitorPublishNames kPublishNames = {nullptr, "DaemonCost", kFields, 11};
 
 class DaemonCost {
  public:

@@ -4,7 +4,8 @@
 #include <new>
 
 #include "config/HalvexConfig.h"
-#include "daemon/DaemonCost.h"
+#include "metrics/PublishNames.h"
+#include "monitors/CrossingSnapshot.h"
 #include "monitors/CpuUsageMonitor.h"
 #include "monitors/DiskUsageMonitor.h"
 #include "monitors/MemoryUsageMonitor.h"
@@ -22,49 +23,53 @@ const std::vector<unsigned char> kPercentiles{50, 75, 90, 99, 100};
 const std::vector<unsigned char> kBucketBoundaries{0, 10, 20, 30, 40, 50, 60, 70, 80, 90, 100};
 
 struct MonitorRow {
-  const char* name;
+  // Names the monitor (its entry's `monitor`) and what it publishes.
+  const MonitorPublishNames* publishes;
   uint64_t defaultSampleTicks;
   uint64_t reportTicks;
   uint64_t logcatTicks;
   uint64_t tickOffset;
   MonitorInterface* (*build)(const monitor_config& config);
-  const MonitorPublishNames* publishes;
 };
 
 // With 30-second ticks: 20 ticks are ten minutes, 120 an hour, 2880 a day.
 // The offsets spread monitors of equal intervals over different ticks.
-const MonitorRow kMonitorTable[] = {
-    {"ProcessCpuMonitor", 120, 120, 120, 0,
+constexpr MonitorRow kMonitorTable[] = {
+    {&publishnames::kProcessCpuMonitor, 120, 120, 120, 0,
      [](const monitor_config& c) -> MonitorInterface* {
        return new processcpumonitor::ProcessCpuMonitor(c);
-     },
-     &processcpumonitor::kPublishNames},
-    {"ProcessMemMonitor", 120, 120, 120, 1,
+     }},
+    {&publishnames::kProcessMemMonitor, 120, 120, 120, 1,
      [](const monitor_config& c) -> MonitorInterface* {
        return new processmemmonitor::ProcessMemMonitor(c);
-     },
-     &processmemmonitor::kPublishNames},
-    {"SystemMemMonitor", 120, 120, 120, 2,
+     }},
+    {&publishnames::kSystemMemMonitor, 120, 120, 120, 2,
      [](const monitor_config& c) -> MonitorInterface* {
        return new systemmemmonitor::SystemMemMonitor(c);
-     },
-     &systemmemmonitor::kPublishNames},
-    {"CpuUsageMonitor", 1, 2880, 20, 3,
+     }},
+    {&publishnames::kCpuUsageMonitor, 1, 2880, 20, 3,
      [](const monitor_config& c) -> MonitorInterface* {
        return new cpuusagemonitor::CpuUsageMonitor(c, kPercentiles, kBucketBoundaries);
-     },
-     &cpuusagemonitor::kPublishNames},
-    {"MemoryUsageMonitor", 1, 2880, 20, 4,
+     }},
+    {&publishnames::kMemoryUsageMonitor, 1, 2880, 20, 4,
      [](const monitor_config& c) -> MonitorInterface* {
        return new memoryusagemonitor::MemoryUsageMonitor(c, kPercentiles, kBucketBoundaries);
-     },
-     &memoryusagemonitor::kPublishNames},
-    {"DiskUsageMonitor", 2880, 2880, 2880, 5,
+     }},
+    {&publishnames::kDiskUsageMonitor, 2880, 2880, 2880, 5,
      [](const monitor_config& c) -> MonitorInterface* {
        return new diskusagemonitor::DiskUsageMonitor(c);
-     },
-     &diskusagemonitor::kPublishNames},
+     }},
 };
+
+// The table builds the monitors in the order the tools list them.
+constexpr bool inPublishOrder() {
+  if (std::size(kMonitorTable) != std::size(publishnames::kEveryMonitor)) return false;
+  for (size_t i = 0; i < std::size(kMonitorTable); ++i) {
+    if (kMonitorTable[i].publishes != publishnames::kEveryMonitor[i]) return false;
+  }
+  return true;
+}
+static_assert(inPublishOrder(), "kMonitorTable and publishnames::kEveryMonitor differ in order");
 
 void logMonitorConfig(const monitor_config& config) {
   __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_INFO, kTag, "monitor name %s\n",
@@ -99,22 +104,6 @@ void attachCrossingSnapshot(std::vector<MonitorInterface*>& monitors) {
 
 }  // namespace
 
-const std::vector<MonitorPublishing>& extensionPublishNames() {
-  static const std::vector<MonitorPublishing> kNames = {
-      {"CrossingSnapshot", &crossingsnapshot::kPublishNames},
-      {"DaemonCost", &daemoncost::kPublishNames}};
-  return kNames;
-}
-
-const std::vector<MonitorPublishing>& monitorPublishNames() {
-  static const std::vector<MonitorPublishing> kNames = [] {
-    std::vector<MonitorPublishing> names;
-    for (const MonitorRow& row : kMonitorTable) names.push_back({row.name, row.publishes});
-    return names;
-  }();
-  return kNames;
-}
-
 bool configureMonitors(unsigned long sampleInterval, bool optionsGiven,
                        std::vector<MonitorInterface*>& monitors, bool) {
   try {
@@ -122,7 +111,7 @@ bool configureMonitors(unsigned long sampleInterval, bool optionsGiven,
     monitors.reserve(monitors.size() + std::size(kMonitorTable));
     for (const MonitorRow& row : kMonitorTable) {
       monitor_config config;
-      config.name = row.name;
+      config.name = row.publishes->monitor;
       config.active = true;
       // Deliberately coarse: any option on the command line (even -d alone)
       // puts every monitor on the command line's sample interval.

@@ -4,12 +4,6 @@
 #include "metrics/RecordVocabulary.h"
 
 namespace halvexd {
-namespace {
-
-// The calculators' answer when they hold nothing to answer with.
-constexpr unsigned long kNoAnswer = 101;
-
-}  // namespace
 
 MonitorInterface::MonitorInterface(const monitor_config& config)
     : name(config.name),
@@ -29,12 +23,12 @@ std::list<std::pair<std::string, unsigned long>> MonitorInterface::getPeriodicMe
   std::list<std::pair<std::string, unsigned long>> metrics;
   for (uint8_t percentile : percentiles) {
     unsigned long value = percentageCalculator->getTopPercentileValue(percentile);
-    if (value != kNoAnswer) {
+    if (value != kNoDistributionAnswer) {
       metrics.emplace_back(getPercentileMetricName(percentile), value);
     }
   }
-  // A bucket count of 101 cannot be told from "no answer"; buckets are
-  // reported whatever they hold.
+  // A bucket count of 101 cannot be told from the calculators' "no answer";
+  // buckets are reported whatever they hold.
   for (size_t i = 0; i + 1 < bucketBoundaries.size(); ++i) {
     uint8_t low = bucketBoundaries[i];
     uint8_t high = bucketBoundaries[i + 1];

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "metrics/MetricLogger.h"
+#include "metrics/PublishNames.h"
 #include "metrics/SysHealthMetricLogger.h"
 #include "stats/TickRemainder.h"
 #include "stats/BucketDistributionCalculator.h"
@@ -26,35 +27,6 @@ struct monitor_config {
   uint64_t metricReportIntervalTicks = 0;
   uint64_t metricLogcatIntervalTicks = 0;
   uint64_t tickOffset = 0;
-};
-
-// The system-health sample a monitor publishes: its publish name, its four
-// fields (the type, keys and values lists and the period) and what the
-// monitor writes into the type and keys lists itself.
-struct SystemHealthNames {
-  const char* publishName;  // "SysHealthCpuUsage"
-  const char* typeField;    // "cpu_metric_type"
-  const char* keysField;    // "cpu_metric_keys": also names the structured sample
-  const char* valuesField;  // "cpu_metric_values"
-  const char* periodField;  // "cpu_sys_aggregation_period"
-  const char* type;         // "System" or "Process"
-  // The keys list's header ("AppName|percentage"), or null when the keys are
-  // the percentile names the report appends.
-  const char* keysHeader;
-};
-
-// Every name a monitor publishes under. The daemon's tools read these (through
-// the monitor factory's table) to know the records a configuration can switch
-// on, so they follow a renamed metric without a copy of their own.
-struct MonitorPublishNames {
-  // Null when the monitor sends no system-health sample.
-  const SystemHealthNames* systemHealth;
-  // The plain record's publish name, which also names the structured values.
-  const char* plainName;
-  // The fields of each structured multi-field sample sent under the plain
-  // name, by position; none when the structured records hold single values.
-  const char* const* positionalFields;
-  size_t positionalFieldCount;
 };
 
 class MonitorInterface {

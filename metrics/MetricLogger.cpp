@@ -77,13 +77,8 @@ void MetricLogger::emitVedrixMetricPairVec(const std::string& name, FieldVector&
 }
 
 const HalvexConfig::MonitorConfig* MetricLogger::getMonitorConfig(const std::string& name) {
-  std::string key = name;
-  if (name.find(kVmpressureName) != std::string::npos) {
-    key = kVmpressureName;
-  }
-  auto& configs = HalvexConfig::instance().monitorConfigs;
-  auto found = configs.find(key);
-  return found == configs.end() ? nullptr : &found->second;
+  const bool vmpressure = name.find(kVmpressureName) != std::string::npos;
+  return HalvexConfig::instance().findMonitorConfig(vmpressure ? kVmpressureName : name);
 }
 
 void MetricLogger::publish(const std::string& name) { uploadZelMetric(name); }
@@ -99,16 +94,15 @@ std::string MetricLogger::vedrixTypeTag(const std::string& type) {
 
 std::string MetricLogger::buildVedrixMetricHeaderString(const std::string& monitorName) {
   const HalvexConfig& config = HalvexConfig::instance();
-  auto found = config.monitorConfigs.find(monitorName);
-  if (found == config.monitorConfigs.end() || !found->second.vedrixMetricInterface.active) {
+  const HalvexConfig::VedrixMetricInterface* vedrix = config.activeVedrixInterface(monitorName);
+  if (vedrix == nullptr) {
     return std::string();
   }
-  const HalvexConfig::VedrixMetricInterface& vedrix = found->second.vedrixMetricInterface;
   const std::string& groupId =
-      vedrix.groupId.empty() ? config.vedrixConfig.defaultGroupId : vedrix.groupId;
-  std::string header = groupId + ":" + vedrix.schemaId + records::kStructuredHeaderEnding;
-  vedrixKeyTag = vedrix.metricKey.dimensionTag;
-  vedrixValueTag = vedrix.metricValue.dimensionTag;
+      vedrix->groupId.empty() ? config.vedrixConfig.defaultGroupId : vedrix->groupId;
+  std::string header = groupId + ":" + vedrix->schemaId + records::kStructuredHeaderEnding;
+  vedrixKeyTag = vedrix->metricKey.dimensionTag;
+  vedrixValueTag = vedrix->metricValue.dimensionTag;
   return header;
 }
 
@@ -132,13 +126,12 @@ template std::string MetricLogger::buildVedrixMetricBodyString<double>(const std
 
 std::string MetricLogger::buildVedrixMetricVecBodyString(FieldVector& fields,
                                                          const std::string& monitorName) {
-  const HalvexConfig& config = HalvexConfig::instance();
-  auto found = config.monitorConfigs.find(monitorName);
-  if (found == config.monitorConfigs.end() || !found->second.vedrixMetricInterface.active) {
+  const HalvexConfig::VedrixMetricInterface* vedrix =
+      HalvexConfig::instance().activeVedrixInterface(monitorName);
+  if (vedrix == nullptr) {
     return std::string();
   }
-  const std::vector<HalvexConfig::VedrixMetric>& metrics =
-      found->second.vedrixMetricInterface.metrics;
+  const std::vector<HalvexConfig::VedrixMetric>& metrics = vedrix->metrics;
   if (fields.empty() || fields.size() != metrics.size()) {
     return std::string();
   }
@@ -161,16 +154,10 @@ std::string MetricLogger::buildVedrixMetricTailString() {
   if (!vedrixTailString.empty()) {
     return vedrixTailString;
   }
-  std::string tail;
-  for (const char* field : records::kDeviceFields) {
-    tail += ",";
-    tail += field;
-    tail += "=";
-    tail += records::kStringTag;
-  }
+  std::string tail = records::deviceFieldsText();
   const std::string& region = HalvexConfig::instance().vedrixConfig.region;
   if (!region.empty()) {
-    tail += ":" + region;
+    tail += records::kRegionSeparator + region;
   }
   vedrixTailString = tail;
   return tail;

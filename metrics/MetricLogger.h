@@ -94,6 +94,11 @@ class MetricLogger {
   static std::string vedrixTypeTag(const std::string& type);
 
  protected:
+  // The logger's stores are a fixed set, one per kind of value a record can
+  // carry. Four of them are part of that set without an operation that fills
+  // them: metricsInt, which the plain upload still drains (its entries come
+  // first in a plain record), and metricsString, vedrixMetricsInt and
+  // vedrixMetricsString, which nothing fills or reads.
   std::map<std::string, int32_t> metricsInt;
   std::map<std::string, double> metricsDouble;
   std::map<std::string, uint64_t> metricsUint64;

@@ -1,6 +1,6 @@
 // The words of the metric records, written in one place: the metric logger
-// builds records from them, the host log marks the metrics buffer with them,
-// and the tools that read records back take them from here.
+// builds records from them, and the tools that read records back take them
+// from here.
 //
 // Plain record:      <prefix>:<publish name>:<name>=<value>;CT;1,...:NR
 //                    (<prefix> is the owner's name followed by "Tablet")
@@ -8,6 +8,8 @@
 // System-health field lists join their items with "|" and their entries
 // with " ".
 #pragma once
+
+#include <string>
 
 namespace halvexd::records {
 
@@ -45,13 +47,29 @@ inline constexpr const char* kDeviceFields[] = {
     "_deviceId",        "_customerId",         "_hardware",
 };
 
+// Between the device fields and the region, when a region is set.
+inline constexpr char kRegionSeparator = ':';
+
+// The device fields as a structured record writes them, between its body and
+// its region: "," <field> "=" and the string tag, for each field in order.
+inline const std::string& deviceFieldsText() {
+  static const std::string kText = [] {
+    std::string text;
+    for (const char* field : kDeviceFields) {
+      text += ",";
+      text += field;
+      text += "=";
+      text += kStringTag;
+    }
+    return text;
+  }();
+  return kText;
+}
+
 // Separators of the system-health field lists: between the items of one
 // entry (and between the entries of the keys, type and percentile lists),
 // and between the entries of a value list.
 inline constexpr char kFieldSeparator[] = "|";
 inline constexpr char kItemSeparator[] = " ";
-
-// The host text log starts every line of the metrics buffer with this.
-inline constexpr char kHostMetricsMark[] = "[metrics] ";
 
 }  // namespace halvexd::records

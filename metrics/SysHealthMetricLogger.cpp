@@ -70,13 +70,13 @@ void SysHealthMetricLogger::emitVedrixMetricPairVec(const std::string& name) {
 
 std::string SysHealthMetricLogger::buildVedrixMetricVecBodyString(FieldVector& fields,
                                                                   const std::string& monitorName) {
-  const HalvexConfig& config = HalvexConfig::instance();
-  auto found = config.monitorConfigs.find(monitorName);
-  if (found == config.monitorConfigs.end() || !found->second.vedrixMetricInterface.active) {
+  const HalvexConfig::VedrixMetricInterface* vedrix =
+      HalvexConfig::instance().activeVedrixInterface(monitorName);
+  if (vedrix == nullptr) {
     return std::string();
   }
   std::unordered_map<std::string, HalvexConfig::VedrixMetric> descriptors;
-  for (const HalvexConfig::VedrixMetric& metric : found->second.vedrixMetricInterface.metrics) {
+  for (const HalvexConfig::VedrixMetric& metric : vedrix->metrics) {
     descriptors[metric.name] = metric;
   }
   if (fields.empty()) {

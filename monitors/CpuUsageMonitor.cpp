@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 
+#include "metrics/PublishNames.h"
 #include "stats/StatUtil.h"
 
 namespace halvexd::cpuusagemonitor {
@@ -79,7 +80,7 @@ bool CpuUsageMonitor::check(unsigned long tick, bool force) {
 }
 
 void CpuUsageMonitor::log() {
-  reportUsageDistribution(kPublishNames, "CpuSys");
+  reportUsageDistribution(publishnames::kCpuUsageMonitor, "CpuSys");
 }
 
 }  // namespace halvexd::cpuusagemonitor

@@ -10,14 +10,6 @@
 
 namespace halvexd::cpuusagemonitor {
 
-// What the monitor publishes: the percentiles in the system-health sample,
-// the distribution as plain values.
-inline constexpr SystemHealthNames kSystemHealthNames = {
-    "SysHealthCpuUsage", "cpu_metric_type", "cpu_metric_keys", "cpu_metric_values",
-    "cpu_sys_aggregation_period", "System", nullptr};
-inline constexpr MonitorPublishNames kPublishNames = {&kSystemHealthNames, "CpuUsageMonitor",
-                                                      nullptr, 0};
-
 class CpuUsageMonitor : public MonitorInterface {
  public:
   // Takes the first sample at once (replacing the process-wide previous

@@ -39,7 +39,7 @@ CrossingSnapshot::CrossingSnapshot(const ExtensionConfig::CrossingSnapshot& sett
     : settings(settings) {
   long pageBytes = sysconf(_SC_PAGESIZE);
   if (pageBytes >= 1024) pageKb = static_cast<uint64_t>(pageBytes) / 1024;
-  metricLogger.init(kPublishNames.plainName);
+  metricLogger.init(publishnames::kCrossingSnapshot.plainName);
   cpuGrowth(0);
 }
 
@@ -130,7 +130,7 @@ void CrossingSnapshot::write(Event event, const std::string& metric, int thresho
   // Values go to the logger only where a record will take them: the logger
   // keeps what it cannot write, and process names never repeat for good.
   const HalvexConfig::MonitorConfig* record =
-      metricLogger.getMonitorConfig(kPublishNames.plainName);
+      metricLogger.getMonitorConfig(publishnames::kCrossingSnapshot.plainName);
   const bool plain = record != nullptr && record->trazMetricInterface.active;
   const bool structured = record != nullptr && record->vedrixMetricInterface.active &&
                           HalvexConfig::instance().vedrixConfig.enabled;
@@ -159,13 +159,13 @@ void CrossingSnapshot::write(Event event, const std::string& metric, int thresho
     }
     if (structured) {
       MetricLogger::FieldVector fields = {
-          {kFields[0], metric},     {kFields[1], std::to_string(i + 1)},
-          {kFields[2], entry.name}, {kFields[3], std::to_string(entry.pid)},
-          {kFields[4], value},      {kFields[5], std::to_string(entry.hasPss ? entry.pssKb : 0)}};
+          {publishnames::kCrossingSnapshotFields[0], metric},     {publishnames::kCrossingSnapshotFields[1], std::to_string(i + 1)},
+          {publishnames::kCrossingSnapshotFields[2], entry.name}, {publishnames::kCrossingSnapshotFields[3], std::to_string(entry.pid)},
+          {publishnames::kCrossingSnapshotFields[4], value},      {publishnames::kCrossingSnapshotFields[5], std::to_string(entry.hasPss ? entry.pssKb : 0)}};
       metricLogger.emitVedrixMetricPairVec(name, fields);
     }
   }
-  if (plain || structured) metricLogger.publish(kPublishNames.plainName);
+  if (plain || structured) metricLogger.publish(publishnames::kCrossingSnapshot.plainName);
 }
 
 }  // namespace halvexd::crossingsnapshot

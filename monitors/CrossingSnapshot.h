@@ -14,20 +14,12 @@
 #include <vector>
 
 #include "config/ExtensionConfig.h"
-#include "daemon/MonitorInterface.h"
 #include "metrics/MetricLogger.h"
+#include "metrics/PublishNames.h"
 #include "stats/StatUtil.h"
 #include "stats/TotalUsageOverThrStats.h"
 
 namespace halvexd::crossingsnapshot {
-
-// One multi-field sample per process, its fields by position: the usage
-// metric that crossed, the rank, the process name and pid, the figure it is
-// ranked by (percent of all CPUs' time, or resident kB) and its PSS in kB
-// (0 when no PSS source answered, and for CPU).
-inline constexpr const char* kFields[] = {"crossing", "rank",  "process_name",
-                                          "pid",      "value", "pss_kb"};
-inline constexpr MonitorPublishNames kPublishNames = {nullptr, "CrossingSnapshot", kFields, 6};
 
 class CrossingSnapshot {
  public:

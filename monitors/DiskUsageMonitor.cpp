@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "config/HalvexConfig.h"
+#include "metrics/PublishNames.h"
 #include "metrics/RecordVocabulary.h"
 #include "platform/FileSystemStats.h"
 #include "platform/LogBuffers.h"
@@ -35,8 +36,29 @@ uint64_t percentOf(uint64_t part, uint64_t whole) {
   return static_cast<uint64_t>(static_cast<float>(part) / static_cast<float>(whole) * 100.0f);
 }
 
-void logError(const char* text) {
-  __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_ERROR, kTag, "%s", text);
+// One figure of the data partition taken as a share of a whole.
+struct Share {
+  const char* figure;  // "free inodes": names the figure in its lines
+  uint64_t part;
+  uint64_t whole;
+  std::string shown;   // what its line shows after "<figure>="
+};
+
+// The percentage `share.part` is of `share.whole`, with its line; false,
+// with an error line instead, when the part is 0 or not below the whole,
+// which no healthy file system reports.
+bool measureShare(const char* path, const Share& share, uint64_t& percentage) {
+  if (share.part == 0 || share.part >= share.whole) {
+    __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_ERROR, kTag,
+                            "Error getting disk usage %s", share.figure);
+    return false;
+  }
+  percentage = percentOf(share.part, share.whole);
+  __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_INFO, kTag,
+                          "%s partition %s=%s %s percentage=%llu%%", path, share.figure,
+                          share.shown.c_str(), share.figure,
+                          static_cast<unsigned long long>(percentage));
+  return true;
 }
 
 }  // namespace
@@ -105,44 +127,23 @@ bool DiskUsageMonitor::getPartitionStats(PartitionInfo& partition) {
   }
 
   const uint64_t available = static_cast<uint64_t>(stats.f_bavail) * blockSize;
-  if (available == 0 || available >= partition.totalSize) {
-    logError("Error getting disk usage available space");
-    partition.valid = false;
-    return false;
-  }
-  partition.availSpacePercentage = percentOf(available, partition.totalSize);
-  __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_INFO, kTag,
-                          "%s partition available space=%llukB available space percentage=%llu%%",
-                          partition.path, static_cast<unsigned long long>(available >> 10),
-                          static_cast<unsigned long long>(partition.availSpacePercentage));
-
   const uint64_t files = stats.f_files;
-  if (stats.f_ffree == 0 || stats.f_ffree >= files) {
-    logError("Error getting disk usage free inodes");
-    partition.valid = false;
-    return false;
-  }
-  partition.freeInodesPercentage = percentOf(stats.f_ffree, files);
-  __android_log_buf_print(
-      kSystemLogBuffer, ANDROID_LOG_INFO, kTag,
-      "%s partition free inodes=%llu total inodes=%llu free inodes percentage=%llu%%",
-      partition.path, static_cast<unsigned long long>(stats.f_ffree),
-      static_cast<unsigned long long>(files),
-      static_cast<unsigned long long>(partition.freeInodesPercentage));
-
-  if (stats.f_favail == 0 || stats.f_favail >= files) {
-    logError("Error getting disk usage available inodes");
-    partition.valid = false;
-    return false;
-  }
-  partition.availInodesPercentage = percentOf(stats.f_favail, files);
-  __android_log_buf_print(
-      kSystemLogBuffer, ANDROID_LOG_INFO, kTag,
-      "%s partition available inodes=%llu total inodes=%llu available inodes percentage=%llu%%",
-      partition.path, static_cast<unsigned long long>(stats.f_favail),
-      static_cast<unsigned long long>(files),
-      static_cast<unsigned long long>(partition.availInodesPercentage));
-  return true;
+  const std::string ofFiles = " total inodes=" + std::to_string(files);
+  // In this order, stopping at the first that cannot be measured.
+  const bool measured =
+      measureShare(partition.path,
+                   {"available space", available, partition.totalSize,
+                    std::to_string(available >> 10) + "kB"},
+                   partition.availSpacePercentage) &&
+      measureShare(partition.path,
+                   {"free inodes", stats.f_ffree, files, std::to_string(stats.f_ffree) + ofFiles},
+                   partition.freeInodesPercentage) &&
+      measureShare(partition.path,
+                   {"available inodes", stats.f_favail, files,
+                    std::to_string(stats.f_favail) + ofFiles},
+                   partition.availInodesPercentage);
+  partition.valid = measured;
+  return measured;
 }
 
 void DiskUsageMonitor::emitPercentage(const std::string& metricName, uint64_t percentage,
@@ -150,14 +151,14 @@ void DiskUsageMonitor::emitPercentage(const std::string& metricName, uint64_t pe
   metricLogger.emitMetricUint64(metricName, percentage);
   if (structured) {
     std::vector<std::pair<std::string, std::string>> pairs = {
-        {kPercentageFields[0], metricName}, {kPercentageFields[1], std::to_string(percentage)}};
+        {publishnames::kDiskPercentageFields[0], metricName}, {publishnames::kDiskPercentageFields[1], std::to_string(percentage)}};
     metricLogger.emitVedrixMetricPairVec(metricName, pairs);
   }
 }
 
 void DiskUsageMonitor::appendStorageValue(const PartitionInfo& partition) {
   sysHealthMetricLogger.appendStringToVec(
-      kSystemHealthNames.valuesField,
+      publishnames::kDiskUsageHealth.valuesField,
       std::string(partition.path) + records::kFieldSeparator +
           std::to_string(partition.percentUsed) + records::kFieldSeparator +
           std::to_string(partition.totalSize >> 10),
@@ -179,7 +180,7 @@ void DiskUsageMonitor::log() {
     emitPercentage(systemPartition.path, systemPartition.percentUsed, structured);
     if (structured) appendStorageValue(systemPartition);
   }
-  publishWithSystemHealth(kPublishNames, metricReportIntervalTicks);
+  publishWithSystemHealth(publishnames::kDiskUsageMonitor, metricReportIntervalTicks);
 }
 
 }  // namespace halvexd::diskusagemonitor

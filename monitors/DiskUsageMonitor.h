@@ -8,17 +8,6 @@
 
 namespace halvexd::diskusagemonitor {
 
-// What the monitor publishes: the partitions in the system-health sample;
-// the percentages as plain values, each also as a structured sample of two
-// fields, the metric name and the percentage.
-inline constexpr SystemHealthNames kSystemHealthNames = {
-    "SysHealthStorageUsage", "storage_metric_type", "storage_metric_keys",
-    "storage_metric_values", "storage_snapshot_period", "System",
-    "PartitionPath|percentage|totalSize"};
-inline constexpr const char* kPercentageFields[] = {"partition_path", "percent_used"};
-inline constexpr MonitorPublishNames kPublishNames = {&kSystemHealthNames, "PercentageUsed",
-                                                      kPercentageFields, 2};
-
 struct PartitionInfo {
   char path[4096];
   uint64_t percentUsed;

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <string>
 
+#include "metrics/PublishNames.h"
 #include "stats/StatUtil.h"
 
 namespace halvexd::memoryusagemonitor {
@@ -62,7 +63,7 @@ bool MemoryUsageMonitor::check(unsigned long tick, bool force) {
 }
 
 void MemoryUsageMonitor::log() {
-  reportUsageDistribution(kPublishNames, "MemSys");
+  reportUsageDistribution(publishnames::kMemoryUsageMonitor, "MemSys");
 }
 
 }  // namespace halvexd::memoryusagemonitor

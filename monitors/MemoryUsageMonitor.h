@@ -9,14 +9,6 @@
 
 namespace halvexd::memoryusagemonitor {
 
-// What the monitor publishes: the percentiles in the system-health sample,
-// the distribution as plain values.
-inline constexpr SystemHealthNames kSystemHealthNames = {
-    "SysHealthMemoryUsage", "mem_metric_type", "mem_metric_keys", "mem_metric_values",
-    "mem_sys_aggregation_period", "System", nullptr};
-inline constexpr MonitorPublishNames kPublishNames = {&kSystemHealthNames, "MemoryUsageMonitor",
-                                                      nullptr, 0};
-
 class MemoryUsageMonitor : public MonitorInterface {
  public:
   MemoryUsageMonitor(monitor_config config, std::vector<unsigned char> percentiles,

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "config/HalvexConfig.h"
+#include "metrics/PublishNames.h"
 #include "metrics/RecordVocabulary.h"
 #include "platform/LogBuffers.h"
 
@@ -177,7 +178,7 @@ void ProcessCpuMonitor::log() {
       metricLogger.emitVedrixMetricDouble(entry->name, entry->cpuUsagePercent);
       if (reported < kSystemHealthReported) {
         sysHealthMetricLogger.appendStringToVec(
-            kSystemHealthNames.valuesField,
+            publishnames::kProcessCpuHealth.valuesField,
             std::string(entry->name) + records::kFieldSeparator + std::to_string(entry->cpuUsagePercent),
             records::kItemSeparator);
       }
@@ -189,7 +190,7 @@ void ProcessCpuMonitor::log() {
     return;
   }
 
-  publishWithSystemHealth(kPublishNames, sampleIntervalTicks);
+  publishWithSystemHealth(publishnames::kProcessCpuMonitor, sampleIntervalTicks);
 
   __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_INFO, kTag, "\n%-20s %-5s : %-5s \n\n",
                           "Process Name", "PID", "CPU %");

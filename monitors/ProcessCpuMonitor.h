@@ -13,13 +13,6 @@
 
 namespace halvexd::processcpumonitor {
 
-// What the monitor publishes: the busiest processes in the system-health
-// sample and as plain values.
-inline constexpr SystemHealthNames kSystemHealthNames = {
-    "SysHealthCpuUsage", "cpu_metric_type", "cpu_metric_keys", "cpu_metric_values",
-    "cpu_app_snapshot_period", "Process", "AppName|percentage"};
-inline constexpr MonitorPublishNames kPublishNames = {&kSystemHealthNames, "CpuUsage", nullptr, 0};
-
 // One known process and its figures at its last sample.
 struct ProcessListEntry {
   int32_t pid = 0;

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "config/HalvexConfig.h"
+#include "metrics/PublishNames.h"
 #include "metrics/RecordVocabulary.h"
 #include "platform/LogBuffers.h"
 
@@ -149,7 +150,7 @@ void ProcessMemMonitor::log() {
       if (i < kSystemHealthReported && memTotalKb != 0) {
         uint64_t percent = data.pssKb * 100 / memTotalKb;
         sysHealthMetricLogger.appendStringToVec(
-            kSystemHealthNames.valuesField,
+            publishnames::kProcessMemHealth.valuesField,
             std::string(data.name) + records::kFieldSeparator + std::to_string(percent) +
                 records::kFieldSeparator + std::to_string(data.pssKb),
             records::kItemSeparator);
@@ -158,7 +159,7 @@ void ProcessMemMonitor::log() {
     metricLogger.emitMetricUint64(data.name, data.pssKb);
   }
 
-  publishWithSystemHealth(kPublishNames, sampleIntervalTicks);
+  publishWithSystemHealth(publishnames::kProcessMemMonitor, sampleIntervalTicks);
 
   __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_DEBUG, kTag, "\n%-20s %-5s : %-5s \n\n",
                           "Process Name", "PID", "PSS in KB");

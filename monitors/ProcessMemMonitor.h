@@ -14,13 +14,6 @@
 
 namespace halvexd::processmemmonitor {
 
-// What the monitor publishes: the largest processes in the system-health
-// sample and as plain values.
-inline constexpr SystemHealthNames kSystemHealthNames = {
-    "SysHealthMemoryUsage", "mem_metric_type", "mem_metric_keys", "mem_metric_values",
-    "mem_app_snapshot_period", "Process", "AppName|percentage|usageKb"};
-inline constexpr MonitorPublishNames kPublishNames = {&kSystemHealthNames, "PssKB", nullptr, 0};
-
 // One measured process.
 struct ProcessMemData {
   int32_t pid = 0;

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "config/HalvexConfig.h"
+#include "metrics/PublishNames.h"
 #include "platform/LogBuffers.h"
 #include "stats/StatUtil.h"
 
@@ -158,7 +159,7 @@ void SystemMemMonitor::log() {
       metricLogger.emitVedrixMetricUint64(values[i].first, values[i].second);
     }
   }
-  metricLogger.publish(kPublishNames.plainName);
+  metricLogger.publish(publishnames::kSystemMemMonitor.plainName);
 
   for (const auto& [key, value] : values) {
     __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_INFO, kTag, "%s = %llu Kb", key,
@@ -174,7 +175,7 @@ void SystemMemMonitor::log() {
       metricLogger.emitVedrixMetricUint64(key, count);
     }
   }
-  metricLogger.publish(kPublishNames.plainName);
+  metricLogger.publish(publishnames::kSystemMemMonitor.plainName);
 }
 
 }  // namespace halvexd::systemmemmonitor

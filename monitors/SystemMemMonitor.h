@@ -11,10 +11,6 @@
 
 namespace halvexd::systemmemmonitor {
 
-// What the monitor publishes: memory figures and kill counts as plain values,
-// no system-health sample.
-inline constexpr MonitorPublishNames kPublishNames = {nullptr, "SystemMemMonitor", nullptr, 0};
-
 // Metric key of a low-memory-killer class; unknown classes are "Other".
 std::string lmkBucketToMetricName(const std::string& className);
 

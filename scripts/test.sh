@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds, and runs the whole test suite:
-#  1. the size of the suite against the product (scripts/test-budget.sh);
+#  1. the size of the suite against the product (scripts/test-budget.sh) and
+#     the include directions between the folders (scripts/check-layers.sh);
 #  2. one clang build (build-asan/) with AddressSanitizer, UndefinedBehavior-
 #     Sanitizer and LeakSanitizer over everything and the fuzz targets beside
 #     the tests: the whole suite through CTest, then every fuzz target for a
@@ -19,8 +20,9 @@ stage() { printf '\n=== %s (%ds so far)\n' "$1" "$SECONDS"; }
 stage "setup"
 bash scripts/setup.sh --tests
 
-stage "test budget"
+stage "test budget and layers"
 bash scripts/test-budget.sh
+bash scripts/check-layers.sh
 
 stage "sanitizer build and tests"
 # Line tables only and -O1: the sanitizers' reports keep file and line, and

@@ -69,6 +69,8 @@ class DistributionHistogram {
 
   uint32_t counts[kSlots] = {};
   std::atomic<uint32_t> total{0};
+  // The extremes belong to the histogram's record of its samples and are kept
+  // up to date with it; neither query reads them.
   uint8_t maximum = kNoDistributionAnswer;
   uint8_t minimum = kNoDistributionAnswer;
   std::mutex lock;

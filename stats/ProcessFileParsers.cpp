@@ -70,20 +70,44 @@ bool isBinderThreadName(const char* name) {
   return std::strstr(name, kBinder) != nullptr;
 }
 
-std::string binderProcessName(const std::string* cmdline) {
-  if (cmdline == nullptr || cmdline->find(kBinder) != std::string::npos) {
+bool parseCmdlinePiece(std::string_view piece, FirstArgumentTail& tail) {
+  // The first line, its newline kept, up to the first zero byte.
+  const size_t lineEnd = piece.find('\n');
+  std::string_view argument = piece.substr(0, lineEnd == piece.npos ? lineEnd : lineEnd + 1);
+  const size_t zero = argument.find('\0');
+  argument = argument.substr(0, zero);
+  const bool ended = lineEnd != std::string_view::npos || zero != std::string_view::npos;
+
+  // "Binder" may start in an earlier piece and end in this one: the last
+  // five bytes before this piece are searched with its first five.
+  constexpr size_t kCarried = sizeof("Binder") - 2;
+  std::string seam = tail.lastBytes;
+  seam.append(argument.substr(0, kCarried));
+  if (seam.find(kBinder) != std::string::npos || argument.find(kBinder) != std::string_view::npos) {
+    tail.holdsBinder = true;
+  }
+  tail.lastBytes.append(argument.substr(argument.size() - std::min(argument.size(), kCarried)));
+  tail.lastBytes.erase(0, tail.lastBytes.size() - std::min(tail.lastBytes.size(), kCarried));
+
+  // The end of a long path names the program: only the last characters
+  // without blanks are kept.
+  constexpr size_t kKept = kProcessNameSize - 1;
+  std::string newest;
+  for (auto c = argument.rbegin(); c != argument.rend() && newest.size() < kKept; ++c) {
+    if (*c != ' ' && *c != '\t') newest.push_back(*c);
+  }
+  tail.kept.append(newest.rbegin(), newest.rend());
+  if (tail.kept.size() > kKept) {
+    tail.kept.erase(0, tail.kept.size() - kKept);
+  }
+  return !ended;
+}
+
+std::string binderProcessName(const FirstArgumentTail* tail) {
+  if (tail == nullptr || tail->holdsBinder) {
     return kUnknownProcessName;
   }
-  std::string name;
-  for (char c : *cmdline) {
-    if (c != ' ' && c != '\t') name.push_back(c);
-  }
-  // The end of a long path names the program.
-  constexpr size_t kKept = kProcessNameSize - 1;
-  if (name.size() > kKept) {
-    name.erase(0, name.size() - kKept);
-  }
-  return name;
+  return tail->kept;
 }
 
 void copyProcessName(const std::string& source, char (&name)[kProcessNameSize]) {

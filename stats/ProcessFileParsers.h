@@ -13,7 +13,9 @@ namespace halvexd {
 
 // The leading fields of /proc/<pid>/stat (the command name is not kept). The
 // fault and time counters, vsize and rsslim are 32 bits wide: the kernel's
-// larger values arrive truncated to their low 32 bits.
+// larger values arrive truncated to their low 32 bits. The record holds every
+// leading field, as the reader promises; the monitors read pid, utime, stime,
+// starttime and rss, and the others count towards the line's required shape.
 struct ProcessStat {
   int32_t pid = 0;
   char state = 0;
@@ -44,8 +46,9 @@ struct ProcessStat {
 // Room for a process name: 31 characters and the terminating zero.
 constexpr size_t kProcessNameSize = 32;
 
-// The longest part of /proc/<pid>/cmdline that is read. The kernel itself
-// served one page of arguments for years; a program's path fits in it.
+// The longest part of /proc/<pid>/cmdline that StatUtil::getProcessCmdline
+// reads. The kernel itself served one page of arguments for years; a
+// program's path fits in it.
 constexpr size_t kMaxCmdlineBytes = 4096;
 
 // Parses the text of /proc/<pid>/stat from its last ")" on (a command name may
@@ -63,10 +66,25 @@ bool parseProcessComm(std::string_view line, char (&name)[kProcessNameSize]);
 // which says nothing about its process.
 bool isBinderThreadName(const char* name);
 
-// The name that replaces a binder thread's: `cmdline` (the first argument, or
-// null when it could not be read) without blanks, cut to its last 31
-// characters; "unknown" when it is null or contains "Binder".
-std::string binderProcessName(const std::string* cmdline);
+// What a binder thread's name needs of /proc/<pid>/cmdline: the end of the
+// first argument (the file's first line, its newline kept, up to the first
+// zero byte), gathered from the file's pieces as they are read, so that an
+// argument of any length is never held whole.
+struct FirstArgumentTail {
+  std::string kept;         // the argument's last 31 characters that are not blanks
+  std::string lastBytes;    // its last five bytes, to find "Binder" across pieces
+  bool holdsBinder = false;  // the argument contains "Binder"
+};
+
+// Adds the next piece of the raw file to `tail`. False once the first
+// argument has ended in this piece: nothing after it is needed.
+bool parseCmdlinePiece(std::string_view piece, FirstArgumentTail& tail);
+
+// The name that replaces a binder thread's: the first argument without
+// blanks, cut to its last 31 characters (`tail`, or null when the command
+// line could not be read); "unknown" when it is null or the argument
+// contains "Binder".
+std::string binderProcessName(const FirstArgumentTail* tail);
 
 // Copies `source` into `name`, cut to 31 characters, zero-filled.
 void copyProcessName(const std::string& source, char (&name)[kProcessNameSize]);

@@ -41,35 +41,47 @@ constexpr const char* kKsmOtherPageCounts[] = {"pages_shared", "pages_unshared",
 // no further than that.
 constexpr size_t kSingleValueReadBytes = 4096;
 
-// The one routine that reads a kernel file's text: up to `maxBytes` of the
-// file at `devicePath` (resolved through sysrootPath), cut after the first
-// newline when `oneLine` is set; false when it cannot be opened. Scans read
-// two or three of these for every process on the device, so files are read
-// with plain read calls in page-sized chunks: a stdio stream would allocate
-// its own buffer and ask for the file's status first, and reading it a
-// character at a time takes its lock once per character.
-bool readDeviceFile(const std::string& devicePath, size_t maxBytes, bool oneLine,
-                    std::string& text) {
+// The one routine that reads a kernel file: hands `onPiece` each piece read
+// of the file at `devicePath` (resolved through sysrootPath), at most
+// `maxBytes` in all, until the file ends or `onPiece` returns false; false
+// when the file cannot be opened. Scans read two or three files for every
+// process on the device, so files are read with plain read calls in
+// page-sized chunks: a stdio stream would allocate its own buffer and ask for
+// the file's status first, and reading it a character at a time takes its
+// lock once per character.
+template <typename PieceFn>
+bool readDeviceFilePieces(const std::string& devicePath, size_t maxBytes, PieceFn onPiece) {
   int fd = open(sysrootPath(devicePath.c_str()).c_str(), O_RDONLY | O_CLOEXEC);
   if (fd < 0) {
     return false;
   }
-  text.clear();
   char chunk[4096];
-  while (text.size() < maxBytes) {
-    ssize_t got = read(fd, chunk, std::min(sizeof(chunk), maxBytes - text.size()));
+  size_t total = 0;
+  while (total < maxBytes) {
+    ssize_t got = read(fd, chunk, std::min(sizeof(chunk), maxBytes - total));
     if (got < 0 && errno == EINTR) continue;
     if (got <= 0) break;
-    std::string_view received(chunk, static_cast<size_t>(got));
-    size_t newline = oneLine ? received.find('\n') : std::string_view::npos;
-    if (newline != std::string_view::npos) {
-      text.append(received.substr(0, newline + 1));
-      break;
-    }
-    text.append(received);
+    total += static_cast<size_t>(got);
+    if (!onPiece(std::string_view(chunk, static_cast<size_t>(got)))) break;
   }
   close(fd);
   return true;
+}
+
+// Up to `maxBytes` of the file's text, cut after the first newline when
+// `oneLine` is set; false when it cannot be opened.
+bool readDeviceFile(const std::string& devicePath, size_t maxBytes, bool oneLine,
+                    std::string& text) {
+  text.clear();
+  return readDeviceFilePieces(devicePath, maxBytes, [&text, oneLine](std::string_view received) {
+    size_t newline = oneLine ? received.find('\n') : std::string_view::npos;
+    if (newline != std::string_view::npos) {
+      text.append(received.substr(0, newline + 1));
+      return false;
+    }
+    text.append(received);
+    return true;
+  });
 }
 
 // The longest part of a table file (meminfo, lmk_stats, /proc/stat) that is
@@ -114,9 +126,14 @@ uint64_t readCountOrZero(const std::string& path) {
 constexpr const char* kProcDir = "/proc";
 constexpr const char* kPerfinfoPath = "/proc/perfinfo";
 
-// The part of /proc/<pid>/stat that is read; the fields kept end well within
-// it.
-constexpr size_t kStatReadBytes = 511;
+// /proc/<pid>/stat is read as one line of at most this many bytes; the
+// fields kept end well within it.
+constexpr size_t kStatLineBytes = 511;
+// A command line is read no further than this in search of the end of its
+// first argument. The kernel holds a single argument to 128 KiB; a process
+// that rewrote its argument area can make the file longer, and a file that
+// goes on and on (a character device in its place) is cut here.
+constexpr size_t kCmdlineScanBytes = 8 * 1024 * 1024;
 // A comm line holds at most 30 bytes; one more tells a longer line apart.
 constexpr size_t kCommReadBytes = 31;
 // The kernel's answer is one short line; anything beyond this is not read.
@@ -145,6 +162,20 @@ std::string readBounded(FILE* file, size_t maxBytes, bool oneLine) {
     if (oneLine && c == '\n') break;
   }
   return text;
+}
+
+// The end of the first argument of /proc/<pid>/cmdline, gathered piece by
+// piece (parseCmdlinePiece) so that a command line of any length takes no
+// more memory than its last characters. False when the file is missing or
+// empty.
+bool readFirstArgumentTail(int pid, FirstArgumentTail& tail) {
+  bool anyByte = false;
+  bool opened = readDeviceFilePieces(procPidPath(pid, "cmdline"), kCmdlineScanBytes,
+                                     [&tail, &anyByte](std::string_view piece) {
+                                       anyByte = true;
+                                       return parseCmdlinePiece(piece, tail);
+                                     });
+  return opened && anyByte;
 }
 
 // Graphics memory of `pid` in kB as the memory tracker reports it; 0 after
@@ -331,10 +362,8 @@ bool getProcessStat(int pid, ProcessStat& stat) {
 }
 
 bool getProcessStatFromFile(const std::string& path, ProcessStat& stat) {
-  // Read as one block rather than up to a newline: a process may put a
-  // newline into its own name, and its fields must still be found.
   std::string text;
-  if (!readDeviceFile(path, kStatReadBytes, false, text)) {
+  if (!readDeviceFile(path, kStatLineBytes, true, text)) {
     return false;
   }
   if (!parseProcessStat(text, stat)) {
@@ -356,9 +385,9 @@ bool getProcessName(int pid, char (&name)[kProcessNameSize]) {
     std::memcpy(name, parsed, kProcessNameSize);
     return true;
   }
-  std::string cmdline;
-  bool haveCmdline = getProcessCmdline(pid, cmdline);
-  copyProcessName(binderProcessName(haveCmdline ? &cmdline : nullptr), name);
+  FirstArgumentTail tail;
+  bool haveCmdline = readFirstArgumentTail(pid, tail);
+  copyProcessName(binderProcessName(haveCmdline ? &tail : nullptr), name);
   return true;
 }
 

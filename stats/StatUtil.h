@@ -91,9 +91,11 @@ bool getProcessList(std::vector<int>& pids);
 // listed, lists nothing, or no stat file could be read.
 bool getProcessListRss(std::vector<int>& pids);
 
-// Parses /proc/<pid>/stat into `stat`. False without a log when the file is
-// missing; false after logging (error) "Failed to parse /proc/<pid>/stat" when
-// it does not parse (then `stat` may be partly written).
+// Parses the first line (at most 511 bytes) of /proc/<pid>/stat into `stat`.
+// False without a log when the file is missing; false after logging (error)
+// "Failed to parse /proc/<pid>/stat" when it does not parse (then `stat` may
+// be partly written). A process may put a newline into its own name: the
+// line then ends inside the name, holds no ")" and does not parse.
 bool getProcessStat(int pid, ProcessStat& stat);
 // The same for the stat file at device path `path`, named so in the log line.
 bool getProcessStatFromFile(const std::string& path, ProcessStat& stat);
@@ -102,13 +104,17 @@ bool getProcessStatFromFile(const std::string& path, ProcessStat& stat);
 // about the process, so a name containing "Binder" is replaced by the first
 // argument of the command line with its blanks removed, cut to its last 31
 // characters; "unknown" when that cannot be read or itself contains "Binder".
+// The command line is read in pieces, keeping only the argument's end, so an
+// argument of any length (up to 8 MiB read) gives its exact last characters.
 // False, with `name` untouched, when comm is missing, empty, longer than 30
 // bytes or blank.
 bool getProcessName(int pid, char (&name)[kProcessNameSize]);
 
 // The first argument of /proc/<pid>/cmdline (arguments are separated by zero
 // bytes). False when the file is missing or empty. At most the first
-// kMaxCmdlineBytes of the file are read.
+// kMaxCmdlineBytes of the file are read. Part of the readers' interface for
+// callers that want the argument itself; getProcessName does not use it, as
+// the end of a longer argument, which names the program, would be cut off.
 bool getProcessCmdline(int pid, std::string& cmdline);
 bool getProcessCmdlineFromFile(const std::string& path, std::string& cmdline);
 

@@ -294,11 +294,14 @@ TEST(ConfigValuesTest, ContainersOfTheWrongTypeAndRepeatedNames) {
   parseText(large, many + R"({}]}}], "VedrixConfig": {}})");
   EXPECT_EQ(keysOf(large), (std::set<std::string>{"", "A"}));
   EXPECT_EQ(large.monitorConfigs["A"].vedrixMetricInterface.metrics.size(), 250001u);
-  // A later record of the same metric name replaces the earlier whole.
+  // A later record of the same metric name replaces the earlier whole, over
+  // twenty thousand records of one name.
+  std::string repeated = R"({"MonitorConfig": [)";
+  for (int i = 1; i < 20000; ++i) repeated += R"({"MetricName": "C", "Active": true},)";
   HalvexConfig config;
-  parseText(config, R"({"MonitorConfig": [{"MetricName": "C", "Monitor Name": "first",
-      "Active": true, "Sample_interval_ticks": 5}, {"MetricName": "C", "Monitor Name": "second",
+  parseText(config, repeated + R"({"MetricName": "C", "Monitor Name": "second",
       "Metric_report_interval_ticks": 9}], "VedrixConfig": {}})");
+  EXPECT_EQ(keysOf(config), (std::set<std::string>{"C"}));
   const auto& c = config.monitorConfigs.at("C");
   EXPECT_EQ(std::make_tuple(c.name, c.active, c.sampleIntervalTicks, c.metricReportIntervalTicks),
             std::make_tuple("second"s, false, uint64_t{0}, uint64_t{9}));

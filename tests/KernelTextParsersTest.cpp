@@ -163,14 +163,24 @@ TEST(ProcessNameParserTest, BinderThreadsTakeTheirProgramsName) {
   EXPECT_TRUE(isBinderThreadName("Binder:77_1"));
   EXPECT_TRUE(isBinderThreadName("HwBinder:77_2"));
   EXPECT_FALSE(isBinderThreadName("binder:77_1"));
-  const std::pair<const char*, std::string> rows[] = {  // command line, name
-      {"/system/bin/my daemon", "/system/bin/mydaemon"},  {"/vendor/bin/a\tb c", "/vendor/bin/abc"},
+  const std::string path12k =
+      "/data/app/" + std::string(11960, 'a') + "/system/bin/hw/vendor.sensors-svc";
+  const std::pair<std::string, std::string> rows[] = {  // raw command line ("-": unread), name
+      {"/system/bin/my daemon\0--x\0"s, "/system/bin/mydaemon"},
+      {"/vendor/bin/a\tb c", "/vendor/bin/abc"},
       {"/vendor/bin/hw/vendor.sensors-svc-abcdef", "in/hw/vendor.sensors-svc-abcdef"},  // last 31
-      {"/system/bin/Binder", "unknown"},  {"", ""},  {nullptr, "unknown"},
+      {"/system/bin/Binder", "unknown"},  {"/x\0Binder\0"s, "/x"},  {"a\nBinder", "a\n"},
+      {"\0/x\0"s, ""},  {"-", "unknown"},
+      {path12k + "\0"s + std::string(9000, 'z'), "ystem/bin/hw/vendor.sensors-svc"},
+      {std::string(12000, ' ') + "/system/bin/x" + std::string(12000, '\t'), "/system/bin/x"},
   };
-  for (const auto& [cmdline, expected] : rows) {
-    std::string text = cmdline != nullptr ? cmdline : "";
-    EXPECT_EQ(binderProcessName(cmdline != nullptr ? &text : nullptr), expected) << text;
+  for (size_t pieceBytes : {size_t{1}, std::string::npos}) {  // a byte at a time, and whole
+    for (const auto& [raw, expected] : rows) {
+      FirstArgumentTail tail;
+      size_t at = 0;
+      while (at < raw.size() && parseCmdlinePiece(raw.substr(at, pieceBytes), tail)) at += pieceBytes;
+      EXPECT_EQ(binderProcessName(raw != "-" ? &tail : nullptr), expected) << raw.substr(0, 40);
+    }
   }
 }
 

@@ -11,6 +11,7 @@
 #include "tests/support/TestSupport.h"
 #include "tools/configcheck/ConfigCheckCommand.h"
 #include "tools/decode/DecodeCommand.h"
+#include "tools/decode/DecodedValueWriter.h"
 
 namespace halvexd {
 namespace {
@@ -106,6 +107,35 @@ TEST(RecordToolsTest, CheckGivesTheReasonForEachRecordTheDaemonCannotHaveWritten
                         "I/metrics.halvexd( 1): XTablet:P:a=-nan;CT;1,b=1e-05;CT;1:NR\n");
   EXPECT_EQ(good.status, 0);
   EXPECT_EQ(good.out, "3 metric records checked, 0 malformed\n");
+}
+
+TEST(RecordToolsTest, EveryByteOfAValueComesBackAndLinesPastOneMiBArePassedOver) {
+  // JSON: valid UTF-8 as it is; each byte of an invalid sequence as U+DC00 +
+  // byte, which no character is; control bytes, quotes, backslashes escaped.
+  const std::pair<std::string, std::string> rows[] = {  // value, its JSON string's text
+      {"a\xff" "b", "a\\udcffb"},  {"a\xc3\xbf" "b", "a\xc3\xbf" "b"},
+      {"\xf0\x9f\x98\x80", "\xf0\x9f\x98\x80"},  {"\xe2\x82x", "\\udce2\\udc82x"},
+      {"\xed\xa0\x80", "\\udced\\udca0\\udc80"},  {"\xc0\xaf", "\\udcc0\\udcaf"},
+      {"\xe0\x80\xaf", "\\udce0\\udc80\\udcaf"},  {"\x01\x7f\"\\", "\\u0001\\u007f\\\"\\\\"},
+      {"\xf4\x90\x80\x80", "\\udcf4\\udc90\\udc80\\udc80"},
+  };
+  for (const auto& [value, text] : rows) {
+    EXPECT_EQ(tools::DecodedValueWriter::jsonString(value), '"' + text + '"') << text;
+  }
+  EXPECT_EQ(tools::DecodedValueWriter::csvField("a\xff" "b"), "a\xff" "b");  // CSV: the bytes
+  // A line of exactly 1 MiB is read; one byte more is passed over, named,
+  // and fails the run; the lines after it are read.
+  auto line = [](const std::string& m) {
+    return "I/metrics.halvexd( 1): XTablet:P:" + m + "=1;CT;1:NR\n";
+  };
+  const std::string longest(1024 * 1024 - line("").size() + 1, 'm');
+  ToolRun bound = decode({}, line(longest) + line(longest + "m") + line("after"));
+  EXPECT_EQ(bound.status, 1);
+  EXPECT_EQ(bound.err, "line 2: longer than 1048576 bytes, not read\n");
+  const std::string first = R"({"line":1,"kind":"plain","form":"","prefix":"XTablet",)"
+                            R"("publish":"P","metric":")" + longest + R"(","value":"1")";
+  EXPECT_EQ(bound.out.substr(0, first.size()) + bound.out.substr(bound.out.find('\n') + 1, 10),
+            first + R"({"line":3,)");
 }
 
 TEST(ConfigCheckTest, EachCommittedConfigurationGetsItsWholeReportAndStatus) {

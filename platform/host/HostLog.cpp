@@ -13,12 +13,10 @@
 #include <mutex>
 #include <vector>
 
-#include "metrics/RecordVocabulary.h"
+#include "platform/LogBuffers.h"
 
 namespace halvexd::hostlog {
 namespace {
-
-constexpr int kMetricsBuffer = 8;
 
 struct Sink {
   int fd = STDERR_FILENO;
@@ -131,7 +129,7 @@ std::string formatTextLines(const LogRecord& record, long long epochMillis, int 
   std::snprintf(header, sizeof(header), "%02d-%02d %02d:%02d:%02d.%03lld %5d %5d %c ",
                 local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec,
                 epochMillis % 1000, pid, pid, priorityLetter(record.priority));
-  std::string prefix = record.buffer == kMetricsBuffer ? records::kHostMetricsMark : "";
+  std::string prefix = record.buffer == kMetricsLogBuffer ? kMetricsMark : "";
   prefix += header;
   prefix += record.tag;
   prefix += ": ";

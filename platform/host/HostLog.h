@@ -21,9 +21,13 @@ struct LogRecord {
 // the message is the exact formatted text, JSON-escaped.
 std::string formatJsonLine(const LogRecord& record);
 
+// The text log starts every line of the metrics buffer with this, so that a
+// reader (halvex-decode) tells the two buffers apart.
+inline constexpr char kMetricsMark[] = "[metrics] ";
+
 // logcat-style "MM-DD hh:mm:ss.mmm  pid  pid P tag: text" lines, one per line
 // of the message (as logcat prints a message with embedded newlines). Records
-// of the metrics buffer start with the metrics mark (records::kHostMetricsMark).
+// of the metrics buffer start with kMetricsMark.
 std::string formatTextLines(const LogRecord& record, long long epochMillis, int pid);
 
 // While a hook is set, records go to it and nowhere else; an empty hook

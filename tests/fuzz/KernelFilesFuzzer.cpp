@@ -65,10 +65,11 @@ void processName(ByteReader& in) {
   bool read = StatUtil::getProcessName(777, name);
   check(read == parseProcessComm(firstLine(comm, 31), parsed), "comm: reader and parser disagree");
   if (!read) return check(name[0] == 'x', "a refused name was written");
-  std::string first;
-  bool cmdlineOk = haveCmdline && parseProcessCmdline(head(cmdline, kMaxCmdlineBytes), first);
+  FirstArgumentTail tail;
+  bool cmdlineOk = haveCmdline && !cmdline.empty();
+  if (cmdlineOk) parseCmdlinePiece(cmdline, tail);
   std::string expected = !isBinderThreadName(parsed) ? std::string(parsed)
-                                                     : binderProcessName(cmdlineOk ? &first : nullptr);
+                                                     : binderProcessName(cmdlineOk ? &tail : nullptr);
   check(expected.size() < kProcessNameSize && expected == name, "name differs from its parsers'");
 }
 
@@ -121,7 +122,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     ksm(in);
   } else if (selector == 6) {
     ProcessStat a{}, b{};
-    agree = StatUtil::getProcessStat(4242, a) == parseProcessStat(head(text, 511), b) &&
+    agree = StatUtil::getProcessStat(4242, a) == parseProcessStat(firstLine(text, 511), b) &&
             std::tie(a.pid, a.utime, a.stime, a.starttime, a.rss) ==
                 std::tie(b.pid, b.utime, b.stime, b.starttime, b.rss);
   } else if (selector == 7) {

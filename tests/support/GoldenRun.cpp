@@ -60,8 +60,8 @@ void replaceAll(std::string& s, const std::string& from, const std::string& to) 
   }
 }
 
-// A line is "[@tick] command arguments"; write keeps the rest of its line,
-// after the path, as one argument.
+// A line is "[@tick] command arguments"; write and append keep the rest of
+// their line, after the path (and the count), as one argument.
 std::vector<std::string> split(const std::string& line) {
   std::istringstream in(line);
   std::vector<std::string> words;
@@ -69,7 +69,8 @@ std::vector<std::string> split(const std::string& line) {
   while (in >> word) {
     words.push_back(word);
     const size_t command = words[0][0] == '@' ? 1 : 0;
-    if (words.size() == command + 2 && words[command] == "write") {
+    if ((words.size() == command + 2 && words[command] == "write") ||
+        (words.size() == command + 3 && words[command] == "append")) {
       std::string rest;
       std::getline(in, rest);
       words.push_back(rest.empty() ? rest : rest.substr(1));
@@ -171,6 +172,13 @@ void GoldenRun::apply(const std::vector<std::string>& given) {
   const std::string path = device.path() + "/" + words.at(1);
   if (words[0] == "write") {
     device.write(words[1], unescape(words.at(2)));
+  } else if (words[0] == "append") {
+    std::ofstream file(path, std::ios::app | std::ios::binary);
+    const std::string text = unescape(words.at(3));
+    for (unsigned long n = std::stoul(words.at(2)); n > 0; --n) file << text;
+  } else if (words[0] == "link") {
+    fs::remove_all(path);
+    fs::create_symlink(words.at(2), path);
   } else if (words[0] == "remove") {
     fs::remove_all(path);
   } else if (words[0] == "copy") {
@@ -187,6 +195,7 @@ void GoldenRun::apply(const std::vector<std::string>& given) {
     disk.f_files = std::stoull(words.at(6));
     disk.f_ffree = std::stoull(words.at(7));
     disk.f_favail = std::stoull(words.at(8));
+    disk.f_flag = words.size() > 9 && words[9] == "ro" ? ST_RDONLY : 0;
     disks[words[1]] = disk;
   } else {
     throw std::runtime_error("unknown script command " + words[0]);

@@ -1,9 +1,8 @@
 // Every name the daemon's monitors publish under, with what each monitor
 // hands to that publish: the record kinds a configuration can switch on and,
 // for multi-field samples, the fields it sends. The configuration checker and
-// the metric catalogue's test read this table; it follows the monitors'
-// report code: it is built from the monitor factory's table and the names
-// each monitor declares beside its report.
+// the metric catalogue's test read this table; it is built from the names
+// the monitors publish under (metrics/PublishNames.h), so it follows them.
 #pragma once
 
 #include <string>
@@ -35,7 +34,7 @@ struct PublishNameUse {
   std::string extension;
 };
 
-// In the order of the monitor factory's table, each monitor's system-health
+// In the order the factory builds the monitors, each monitor's system-health
 // name before its plain one, as the monitors publish them; then the
 // extensions' names.
 const std::vector<PublishNameUse>& daemonPublishNames();

@@ -13,9 +13,7 @@ namespace halvexd::tools {
 namespace {
 
 const HalvexConfig::MonitorConfig* recordOf(const std::string& name) {
-  const auto& configs = HalvexConfig::instance().monitorConfigs;
-  auto found = configs.find(name);
-  return found == configs.end() ? nullptr : &found->second;
+  return HalvexConfig::instance().findMonitorConfig(name);
 }
 
 std::string labelsOf(const HalvexConfig::MonitorConfig& record) {

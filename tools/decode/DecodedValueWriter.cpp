@@ -63,7 +63,10 @@ std::string DecodedValueWriter::jsonString(const std::string& text) {
     } else if (c >= 0x80) {
       size_t length = utf8SequenceAt(text, i);
       if (length == 0) {
-        std::snprintf(escaped, sizeof(escaped), "\\u%04x", c);
+        // A byte that is no part of a UTF-8 character becomes the lone low
+        // surrogate U+DC00 + byte, which no character is: "\u00ff" is the
+        // character U+00FF, "\udcff" the byte 0xff.
+        std::snprintf(escaped, sizeof(escaped), "\\u%04x", static_cast<unsigned>(0xdc00 + c));
         out += escaped;
         ++i;
       } else {

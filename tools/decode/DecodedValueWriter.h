@@ -24,10 +24,13 @@ class DecodedValueWriter {
   static const char* const kColumns[];
   static const size_t kColumnCount;
 
-  // `text` as a JSON string with its quotes. Bytes that are not UTF-8 are
-  // written as the code point of the same number, so nothing is dropped.
+  // `text` as a JSON string with its quotes. Valid UTF-8 is written as it
+  // is; each byte of an invalid sequence (0x80 to 0xff) as the escaped lone
+  // surrogate U+DC00 + byte ("\udcff" for 0xff), which no character can be,
+  // so every byte comes back (Python: encode("utf-8", "surrogateescape")).
   static std::string jsonString(const std::string& text);
-  // `text` as a CSV field: quoted when it holds a quote, ',', CR or LF.
+  // `text` as a CSV field: quoted when it holds a quote, ',', CR or LF. Its
+  // bytes are written as they are, invalid UTF-8 included.
   static std::string csvField(const std::string& text);
 
  private:

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "metrics/RecordVocabulary.h"
+#include "platform/host/HostLog.h"
 
 namespace halvexd::tools {
 
@@ -13,7 +14,7 @@ const char* const LogLineExtractor::kMetricsTag = records::kMetricsTag;
 
 namespace {
 
-const char* const kMetricsBufferMark = records::kHostMetricsMark;
+const char* const kMetricsBufferMark = hostlog::kMetricsMark;
 const char* const kPriorityLetters = "VDIWEFSA";
 
 bool isDigitAt(const std::string& text, size_t at) {

@@ -9,20 +9,6 @@
 
 namespace halvexd::tools {
 
-const std::string& structuredRecordDeviceFields() {
-  static const std::string kFields = [] {
-    std::string fields;
-    for (const char* field : records::kDeviceFields) {
-      fields += ",";
-      fields += field;
-      fields += "=";
-      fields += records::kStringTag;
-    }
-    return fields;
-  }();
-  return kFields;
-}
-
 namespace {
 
 const std::string kPlainEnding = records::kPlainEnding;
@@ -86,7 +72,7 @@ bool MetricRecordParser::parse(const std::string& message, DecodedRecord& record
   record = DecodedRecord();
   // The device fields come last in every structured record; a process name
   // inside the body could hold anything, so the last occurrence counts.
-  size_t tailAt = message.rfind(structuredRecordDeviceFields());
+  size_t tailAt = message.rfind(records::deviceFieldsText());
   if (tailAt != std::string::npos) {
     return parseStructured(message, tailAt, record, error);
   }
@@ -185,9 +171,9 @@ bool MetricRecordParser::parseStructured(const std::string& message, size_t tail
                                          DecodedRecord& record, std::string& error) const {
   record.kind = RecordKind::Structured;
   const std::string afterTail =
-      message.substr(tailAt + structuredRecordDeviceFields().size());
+      message.substr(tailAt + records::deviceFieldsText().size());
   if (!afterTail.empty()) {
-    if (afterTail[0] != ':') {
+    if (afterTail[0] != records::kRegionSeparator) {
       error = "text " + quoted(afterTail) + " after the device fields (only \":<region>\" may follow)";
       return false;
     }

@@ -34,9 +34,6 @@
 
 namespace halvexd::tools {
 
-// The device fields every structured record ends with, written empty.
-const std::string& structuredRecordDeviceFields();
-
 class MetricRecordParser {
  public:
   // Without an attributor (or when it knows no single record for the group
