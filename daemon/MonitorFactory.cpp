@@ -86,19 +86,21 @@ void logMonitorConfig(const monitor_config& config) {
                           static_cast<unsigned long long>(config.metricReportIntervalTicks));
 }
 
-// With the extension on, one snapshot writer serves both usage monitors. It
-// lives as long as the monitors do.
-void attachCrossingSnapshot(std::vector<MonitorInterface*>& monitors) {
+// With the extension on, one snapshot writer serves both usage monitors:
+// built with the CPU usage monitor (its counters go with that monitor's
+// first sample), handed to the memory usage monitor after it in the table,
+// and kept as long as the monitors are. Rows are told apart by their names,
+// as the device build has no run-time type information.
+void attachCrossingSnapshot(const MonitorRow& row, MonitorInterface* monitor,
+                            crossingsnapshot::CrossingSnapshot*& snapshot) {
   const ExtensionConfig::CrossingSnapshot& settings =
       HalvexConfig::instance().extensions.crossingSnapshot;
   if (!settings.active) return;
-  auto* snapshot = new crossingsnapshot::CrossingSnapshot(settings);
-  for (MonitorInterface* monitor : monitors) {
-    if (auto* cpu = dynamic_cast<cpuusagemonitor::CpuUsageMonitor*>(monitor)) {
-      cpu->setCrossingSnapshot(snapshot);
-    } else if (auto* memory = dynamic_cast<memoryusagemonitor::MemoryUsageMonitor*>(monitor)) {
-      memory->setCrossingSnapshot(snapshot);
-    }
+  if (row.publishes == &publishnames::kCpuUsageMonitor) {
+    snapshot = new crossingsnapshot::CrossingSnapshot(settings);
+    static_cast<cpuusagemonitor::CpuUsageMonitor*>(monitor)->setCrossingSnapshot(snapshot);
+  } else if (row.publishes == &publishnames::kMemoryUsageMonitor) {
+    static_cast<memoryusagemonitor::MemoryUsageMonitor*>(monitor)->setCrossingSnapshot(snapshot);
   }
 }
 
@@ -109,6 +111,7 @@ bool configureMonitors(unsigned long sampleInterval, bool optionsGiven,
   try {
     // Room first, so that appending a built monitor cannot throw and lose it.
     monitors.reserve(monitors.size() + std::size(kMonitorTable));
+    crossingsnapshot::CrossingSnapshot* snapshot = nullptr;
     for (const MonitorRow& row : kMonitorTable) {
       monitor_config config;
       config.name = row.publishes->monitor;
@@ -121,8 +124,8 @@ bool configureMonitors(unsigned long sampleInterval, bool optionsGiven,
       config.tickOffset = row.tickOffset;
       logMonitorConfig(config);
       monitors.push_back(row.build(config));
+      attachCrossingSnapshot(row, monitors.back(), snapshot);
     }
-    attachCrossingSnapshot(monitors);
   } catch (const std::bad_alloc&) {
     // A monitor whose construction threw has already been freed by `new`;
     // those appended before stay, as the caller owns the vector.
