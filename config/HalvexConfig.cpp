@@ -154,6 +154,20 @@ void logMonitorConfig(const HalvexConfig::MonitorConfig& config) {
   logInfo("dimensionTag %s\n", vedrix.metricValue.dimensionTag.c_str());
 }
 
+// Only a file holding the section says anything about it: the mistakes as
+// warnings, then one summary line per extension.
+void logExtensions(const ExtensionConfig& extensions) {
+  if (!extensions.present) {
+    return;
+  }
+  for (const std::string& mistake : extensions.mistakes) {
+    __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_WARN, kTag, "%s\n", mistake.c_str());
+  }
+  for (const std::string& line : extensions.summaryLines()) {
+    logInfo("%s\n", line.c_str());
+  }
+}
+
 }  // namespace
 
 HalvexConfig& HalvexConfig::instance() {
@@ -175,6 +189,7 @@ bool HalvexConfig::loadConfig(const char* path) {
       MonitorConfig config = entry.second;
       logMonitorConfig(config);
     }
+    logExtensions(extensions);
   }
   __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_INFO, kTag, "Load JSON config done\n");
   return loaded;
@@ -229,6 +244,7 @@ int HalvexConfig::parseJsonData(cJSON* root) {
   readBool(vedrix, "Enabled", vedrixConfig.enabled);
   readString(vedrix, "Region", vedrixConfig.region);
   readString(vedrix, "GroupId", vedrixConfig.defaultGroupId);
+  extensions = ExtensionConfig::parse(findKey(root, "HalvexExtensions"));
   return 0;
 }
 
@@ -252,6 +268,7 @@ void HalvexConfig::resetConfig() {
   vedrixConfig.enabled = false;
   vedrixConfig.defaultGroupId.clear();
   vedrixConfig.region.clear();
+  extensions = ExtensionConfig();
 }
 
 }  // namespace halvexd

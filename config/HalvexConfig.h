@@ -8,6 +8,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "config/ExtensionConfig.h"
+
 struct cJSON;
 
 namespace halvexd {
@@ -74,10 +76,12 @@ class HalvexConfig {
   // success, -1 when "MonitorConfig" or "VedrixConfig" is missing (the model
   // then holds what was read before the missing key). Wrong JSON types are
   // not rejected: see HalvexConfig.cpp for how each is read.
+  // "HalvexExtensions" is read last, so a file that fails leaves every
+  // extension off.
   int parseJsonData(cJSON* root);
 
   // Empties the model: no monitor records, structured service off, empty
-  // region and default group id.
+  // region and default group id, no extensions section.
   void resetConfig();
 
   // The record whose "MetricName" is exactly `metricName`, or null.
@@ -90,6 +94,7 @@ class HalvexConfig {
 
   std::unordered_map<std::string, MonitorConfig> monitorConfigs;
   VedrixConfig vedrixConfig;
+  ExtensionConfig extensions;
 
   HalvexConfig() = default;
   HalvexConfig(const HalvexConfig&) = delete;

@@ -38,6 +38,14 @@ struct MonitorPublishNames {
   size_t positionalFieldCount;
 };
 
+// An extension that publishes records: the name of its object in
+// "HalvexExtensions", which switches it, and the names it publishes under
+// (its `monitor` starts its plain records' prefix, as a monitor's does).
+struct ExtensionPublishNames {
+  const char* extension;
+  const MonitorPublishNames* names;
+};
+
 namespace publishnames {
 
 // The busiest processes in the system-health sample and as plain values.
@@ -91,6 +99,30 @@ inline constexpr MonitorPublishNames kDiskUsageMonitor = {
 inline constexpr const MonitorPublishNames* kEveryMonitor[] = {
     &kProcessCpuMonitor, &kProcessMemMonitor, &kSystemMemMonitor,
     &kCpuUsageMonitor,   &kMemoryUsageMonitor, &kDiskUsageMonitor,
+};
+
+// The crossing snapshot: the processes behind each usage crossing as plain
+// values, each also as a structured sample of six fields: the metric that
+// crossed, the rank, the process name and pid, the figure it is ranked by
+// (percent of all CPUs, or resident kB) and its PSS (0 where none answered).
+inline constexpr const char* kCrossingSnapshotFields[] = {"crossing", "rank",  "process_name",
+                                                          "pid",      "value", "pss_kb"};
+inline constexpr MonitorPublishNames kCrossingSnapshot = {
+    "CrossingSnapshot", nullptr, "CrossingSnapshot", kCrossingSnapshotFields, 6};
+
+// The daemon's own cost per interval as plain values, and as one structured
+// sample of eleven fields.
+inline constexpr const char* kDaemonCostFields[] = {
+    "interval_ticks",   "cpu_ms", "voluntary_switches", "tick_mean_us",     "tick_max_us",
+    "longest_check",    "longest_check_us", "rss_kb",   "pss_kb", "private_dirty_kb", "open_fds"};
+inline constexpr MonitorPublishNames kDaemonCost = {"DaemonCost", nullptr, "DaemonCost",
+                                                    kDaemonCostFields, 11};
+
+// Every extension that publishes, with the extension of "HalvexExtensions"
+// that switches it.
+inline constexpr ExtensionPublishNames kEveryExtension[] = {
+    {"CrossingSnapshot", &kCrossingSnapshot},
+    {"DaemonCost", &kDaemonCost},
 };
 
 }  // namespace publishnames

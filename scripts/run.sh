@@ -7,6 +7,10 @@
 #                                changes every second as a running device
 #   bash scripts/run.sh --live   over this machine's own /proc and /sys
 #   bash scripts/run.sh --seed N the sample tablet's moves from seed N
+#   bash scripts/run.sh --config FILE
+#                                the sample tablet with FILE as its
+#                                configuration (e.g.
+#                                android/halvex_config_extensions.json)
 #   bash scripts/run.sh [--live] -s 1 -t 1
 #                                one daemon with these options instead
 #
@@ -20,10 +24,12 @@ cd "$(dirname "$0")/.."
 
 live=0
 seed=1
+config=""
 while [ $# -gt 0 ]; do
   case "$1" in
     --live) live=1 ;;
     --seed) seed="$2"; shift ;;
+    --config) config="$2"; shift ;;
     *) break ;;
   esac
   shift
@@ -60,9 +66,10 @@ trap stop EXIT
 trap 'exit 0' INT TERM
 
 if [ "$live" = 1 ]; then
-  build/halvex-devicesim --live --config android/halvex_config.json "$sysroot/root" &
+  build/halvex-devicesim --live --config "${config:-android/halvex_config.json}" "$sysroot/root" &
 else
-  build/halvex-devicesim --seed "$seed" --from tests/fixtures/tablet "$sysroot/root" &
+  build/halvex-devicesim --seed "$seed" --from tests/fixtures/tablet ${config:+--config "$config"} \
+    "$sysroot/root" &
 fi
 pids+=($!)
 # /proc/perfinfo is the last thing the device makes.

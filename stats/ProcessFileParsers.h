@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 namespace halvexd {
 
@@ -95,5 +97,14 @@ bool parseProcessCmdline(std::string_view raw, std::string& cmdline);
 // answer does not start with "Pss:" followed by a decimal number that fits
 // 64 bits.
 bool parsePerfinfoPss(std::string_view line, unsigned long& pssKb);
+
+// A keyed number of a "Key:   123 kB" file (/proc/<pid>/status,
+// /proc/<pid>/smaps_rollup): the key to look for and where the number goes.
+using KeyedNumber = std::pair<std::string_view, uint64_t*>;
+
+// Fills each keyed number whose key starts a line of `text`, followed by ':'
+// and an unsigned decimal; a key met more than once keeps its first number.
+// Returns how many keys were found.
+size_t parseKeyedNumbers(std::string_view text, const std::vector<KeyedNumber>& keys);
 
 }  // namespace halvexd

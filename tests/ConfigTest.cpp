@@ -177,6 +177,72 @@ TEST_F(ConfigFileTest, OverridePropertyChoosesTheOnlyFileRead) {
   }
 }
 
+TEST_F(ConfigFileTest, ExtensionsSectionIsBoundedAndSummarised) {
+  const std::string off = "extension SmapsRollupPss off";
+  const std::string pressureDefaults =
+      "extension Pressure off, sample every 1 ticks, logcat every 20 ticks, report every 120 "
+      "ticks, some avg10 threshold 10%, full avg10 threshold 5%";
+  const std::string snapshotDefaults =
+      "extension CrossingSnapshot off, top 5 processes, on still above off";
+  const std::string costDefaults = "extension DaemonCost off, every 120 ticks, tick budget none";
+  const std::string x = "HalvexExtensions ";
+  // The section's text (none: key absent); the warnings, then the summary lines.
+  const std::tuple<const char*, std::vector<std::string>, std::vector<std::string>> rows[] = {
+      {nullptr, {}, {}},
+      {"{}", {}, {snapshotDefaults, costDefaults, off, pressureDefaults}},
+      {R"({"CrossingSnapshot": {"Active": true, "Top_processes": 16, "On_still_above": true},
+          "DaemonCost": {"Active": true, "Interval_ticks": 86400, "Tick_budget_ms": 250},
+          "SmapsRollupPss": {"Active": true}, "Pressure": {"Active": true,
+          "Sample_interval_ticks": 2, "Metric_logcat_interval_ticks": 3,
+          "Metric_report_interval_ticks": 4, "Memory_some_avg10_threshold": 12.25,
+          "Memory_full_avg10_threshold": 0}})",
+       {},
+       {"extension CrossingSnapshot on, top 16 processes, on still above on",
+        "extension DaemonCost on, every 86400 ticks, tick budget 250 ms",
+        "extension SmapsRollupPss on",
+        "extension Pressure on, sample every 2 ticks, logcat every 3 ticks, report every 4 ticks, "
+        "some avg10 threshold 12.25%, full avg10 threshold 0%"}},
+      {R"({"CrossingSnapshot": {"Active": 1, "Top_processes": 40, "Top": 2},
+          "DaemonCost": {"Interval_ticks": -5, "Tick_budget_ms": "100"}, "SmapsRollupPss": [],
+          "Pressure": {"Sample_interval_ticks": 2.5, "Memory_full_avg10_threshold": 1e300,
+          "Metric_report_interval_ticks": 0}, "Bogus": null})",
+       {x + "\"CrossingSnapshot\" \"Active\" is a number, not true or false; using false",
+        x + "\"CrossingSnapshot\" \"Top_processes\" is 40, above 16; using 16",
+        x + "\"CrossingSnapshot\": unknown key \"Top\" ignored",
+        x + "\"DaemonCost\" \"Interval_ticks\" is -5, below 1; using 1",
+        x + "\"DaemonCost\" \"Tick_budget_ms\" is a string, not a number; using 0",
+        x + "\"SmapsRollupPss\" is an array, not an object; the extension stays off",
+        x + "\"Pressure\" \"Sample_interval_ticks\" is 2.5, not a whole number; using 1",
+        x + "\"Pressure\" \"Memory_full_avg10_threshold\" is 1e+300, above 100; using 100",
+        x + "\"Pressure\" \"Metric_report_interval_ticks\" is 0, below 1; using 1",
+        "HalvexExtensions: unknown key \"Bogus\" ignored"},
+       {"extension CrossingSnapshot off, top 16 processes, on still above off",
+        "extension DaemonCost off, every 1 ticks, tick budget none", off,
+        "extension Pressure off, sample every 1 ticks, logcat every 20 ticks, report every 1 "
+        "ticks, some avg10 threshold 10%, full avg10 threshold 100%"}},
+      {"[true]",
+       {"HalvexExtensions is an array, not an object; every extension stays off"},
+       {snapshotDefaults, costDefaults, off, pressureDefaults}},
+  };
+  for (const auto& [section, warnings, summary] : rows) {
+    SCOPED_TRACE(section == nullptr ? "absent" : section);
+    std::string text = R"({"MonitorConfig": [], "VedrixConfig": {})";
+    if (section != nullptr) text += R"(, "HalvexExtensions": )" + std::string(section);
+    writeFile(kSystemPath, text + "}");
+    logs.clear();
+    ASSERT_TRUE(config.loadConfig(kSystemPath));
+    std::vector<LogRecord> expected = {info("Load JSON config\n\n"),
+                                       info("vedrixConfig.enabled: 0\n"),
+                                       info("default group id: \n"), info("region: \n")};
+    for (const std::string& line : warnings) {
+      expected.push_back({kSystemLogBuffer, ANDROID_LOG_WARN, "halvexd", line + "\n"});
+    }
+    for (const std::string& line : summary) expected.push_back(info(line + "\n"));
+    expected.push_back(info("Load JSON config done\n"));
+    EXPECT_EQ(logs.records(), expected);
+  }
+}
+
 // Fills a fresh model from inline JSON text.
 void parseText(HalvexConfig& config, const std::string& text) {
   cJSON* root = cJSON_Parse(text.c_str());

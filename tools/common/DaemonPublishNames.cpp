@@ -9,8 +9,15 @@ namespace halvexd::tools {
 const std::vector<PublishNameUse>& daemonPublishNames() {
   using Kind = PublishNameUse::Kind;
   static const std::vector<PublishNameUse> kUses = [] {
-    std::vector<PublishNameUse> uses;
+    std::vector<std::pair<const MonitorPublishNames*, std::string>> publishers;
     for (const MonitorPublishNames* monitor : publishnames::kEveryMonitor) {
+      publishers.emplace_back(monitor, "");
+    }
+    for (const ExtensionPublishNames& extension : publishnames::kEveryExtension) {
+      publishers.emplace_back(extension.names, extension.extension);
+    }
+    std::vector<PublishNameUse> uses;
+    for (const auto& [monitor, extension] : publishers) {
       const MonitorPublishNames& names = *monitor;
       if (names.systemHealth != nullptr) {
         const SystemHealthNames& health = *names.systemHealth;
@@ -18,7 +25,7 @@ const std::vector<PublishNameUse>& daemonPublishNames() {
                                            health.periodField};
         // The system-health logger writes its fields in key order.
         std::sort(fields.begin(), fields.end());
-        uses.push_back({health.publishName, names.monitor, Kind::SystemHealth, fields});
+        uses.push_back({health.publishName, names.monitor, Kind::SystemHealth, fields, extension});
       }
       std::vector<std::string> positional;
       for (size_t i = 0; i < names.positionalFieldCount; ++i) {
@@ -26,7 +33,7 @@ const std::vector<PublishNameUse>& daemonPublishNames() {
       }
       uses.push_back({names.plainName, names.monitor,
                       positional.empty() ? Kind::Values : Kind::ValuesWithPositionalFields,
-                      positional});
+                      positional, extension});
     }
     return uses;
   }();

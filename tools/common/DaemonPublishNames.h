@@ -29,10 +29,14 @@ struct PublishNameUse {
   // ValuesWithPositionalFields, in key order (the order they are written in)
   // for SystemHealth. Empty for Values.
   std::vector<std::string> fields;
+  // The extension of "HalvexExtensions" that switches the publish; empty
+  // for a monitor's.
+  std::string extension;
 };
 
 // In the order the factory builds the monitors, each monitor's system-health
-// name before its plain one, as the monitors publish them.
+// name before its plain one, as the monitors publish them; then the
+// extensions' names.
 const std::vector<PublishNameUse>& daemonPublishNames();
 
 }  // namespace halvexd::tools

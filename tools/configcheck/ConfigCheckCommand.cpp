@@ -19,9 +19,11 @@ const char* const kUsage =
     "\"VedrixConfig\" missing) gets a warning line first: the daemon logs \"WARN: Failed\n"
     "to load config file\" and runs with what its loader read before the failure (or\n"
     "with an empty configuration); the report then says what it writes with that.\n"
+    "A \"HalvexExtensions\" section is reported last: which extensions are on with what\n"
+    "settings, and a warning for each mistake in it (wrong type, out of bounds, unknown key).\n"
     "Exit status: 0 when the file loads and every configured name writes records, 1 when\n"
-    "the file fails to load or a configured name writes nothing (each is named), 2 bad\n"
-    "usage.\n";
+    "the file fails to load, a configured name writes nothing (each is named) or the\n"
+    "extensions section holds a mistake, 2 bad usage.\n";
 
 }  // namespace
 

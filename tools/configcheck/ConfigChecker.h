@@ -46,10 +46,14 @@ class ConfigChecker {
   static std::string loadFailureWarning(const std::string& error);
 
   // Writes the report; returns the exit status: 0 when every configured
-  // name writes at least one record, 1 otherwise.
+  // name writes at least one record and the extensions section (if any)
+  // holds no mistake, 1 otherwise.
   static int print(const Report& report, std::ostream& out);
 
  private:
+  // The extensions section, when the file has one: each extension's
+  // settings, then a warning per mistake. False when there is a mistake.
+  static bool printExtensions(std::ostream& out);
   static Finding plainRecord(const PublishNameUse& use);
   static Finding singleValueRecords(const PublishNameUse& use);
   static Finding positionalFieldRecords(const PublishNameUse& use);

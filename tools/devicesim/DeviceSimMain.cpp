@@ -1,9 +1,9 @@
 // halvex-devicesim: a device tree for halvexd to watch on a host.
 //
-//   halvex-devicesim [--seed N] [--from TREE] [--seconds N] ROOT
+//   halvex-devicesim [--seed N] [--from TREE] [--config FILE] [--seconds N] ROOT
 //       copies TREE (when ROOT holds no /proc yet) and moves it as a running
 //       tablet does, serving /proc/perfinfo, until SIGINT or SIGTERM (or for
-//       N seconds).
+//       N seconds). FILE, when given, replaces the tree's configuration.
 //   halvex-devicesim --live --config FILE ROOT
 //       makes ROOT a sysroot of this machine's /proc and /sys, with FILE as
 //       its configuration and a /proc/perfinfo that answers from smaps_rollup.
@@ -29,9 +29,10 @@ volatile sig_atomic_t stopRequested = 0;
 void requestStop(int) { stopRequested = 1; }
 
 int usage() {
-  std::fprintf(stderr,
-               "usage: halvex-devicesim [--seed N] [--from TREE] [--seconds N] ROOT\n"
-               "       halvex-devicesim --live --config FILE [--seconds N] ROOT\n");
+  std::fprintf(
+      stderr,
+      "usage: halvex-devicesim [--seed N] [--from TREE] [--config FILE] [--seconds N] ROOT\n"
+      "       halvex-devicesim --live --config FILE [--seconds N] ROOT\n");
   return 2;
 }
 
@@ -99,6 +100,10 @@ int main(int argc, char** argv) {
     } else {
       if (!std::filesystem::exists(root + "/proc")) {
         std::filesystem::copy(from, root, std::filesystem::copy_options::recursive);
+      }
+      if (!config.empty()) {
+        std::filesystem::copy_file(config, root + "/system/system_ext/etc/halvex_config.json",
+                                   std::filesystem::copy_options::overwrite_existing);
       }
       device = std::make_unique<SampleDevice>(root, seed);
       perfinfo = std::make_unique<PerfinfoServer>(
