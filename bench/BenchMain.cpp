@@ -71,6 +71,7 @@ int main(int argc, char** argv) {
   halvexd::bench::registerProcessScanBenchmarks(sizes);
   halvexd::bench::registerSystemMonitorBenchmarks();
   halvexd::bench::registerRecordBenchmarks();
+  halvexd::bench::registerDaemonCostBenchmarks();
 
   FailureCountingReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);

@@ -11,5 +11,7 @@ void registerProcessScanBenchmarks(const std::vector<long>& sizes);
 void registerSystemMonitorBenchmarks();
 // Plain and structured records of a report of typical size.
 void registerRecordBenchmarks();
+// The own-cost extension: a tick timed and untimed, and its report.
+void registerDaemonCostBenchmarks();
 
 }  // namespace halvexd::bench

@@ -1,12 +1,14 @@
 // Per-process scans over this machine's live /proc with N idle children
 // running: the per-process CPU monitor's snapshot, pidOf and the per-process
 // memory monitor's list building, each beside the least I/O the same scan
-// needs and beside the system's own process tools doing the same walk.
+// needs and beside the system's own process tools doing the same walk; and
+// the crossing snapshot's scans, on every CPU sample and at a crossing.
 #include <benchmark/benchmark.h>
 
 #include <string>
 #include <vector>
 
+#include "monitors/CrossingSnapshot.h"
 #include "monitors/ProcessCpuMonitor.h"
 #include "monitors/ProcessMemMonitor.h"
 #include "stats/StatUtil.h"
@@ -181,6 +183,60 @@ void pgrepPeer(benchmark::State& state) {
   runTool(state, {"pgrep", "-x", "no.such.process"}, 1);
 }
 
+// What every CPU sample costs with the snapshot on: each process's counters
+// read and kept for the next sample.
+void snapshotCpuSample(benchmark::State& state) {
+  if (!crowd(state)) return;
+  crossingsnapshot::CrossingSnapshot snapshot({true, 5, false});
+  for (auto _ : state) {
+    snapshot.onCpuSample(crossingsnapshot::CrossingSnapshot::Event::None, "CPUUtilization", 95, 400);
+  }
+  countPerProcess(state, countProcesses());
+}
+
+// A bare /proc scan: the list and every stat.
+void snapshotCpuSampleLowerBound(benchmark::State& state) {
+  if (!crowd(state)) return;
+  size_t processes = 0;
+  for (auto _ : state) {
+    std::vector<int> pids = listProcPids();
+    for (int pid : pids) benchmark::DoNotOptimize(readProcFile(pid, "stat"));
+    processes = pids.size();
+  }
+  countPerProcess(state, processes);
+}
+
+// A sample that crossed (CPU) or a memory sample that did: the scan, the top
+// five ranked and named, their lines written.
+void snapshotAtCrossing(benchmark::State& state, bool memory) {
+  if (!crowd(state)) return;
+  crossingsnapshot::CrossingSnapshot snapshot({true, 5, false});
+  const auto crossed = crossingsnapshot::CrossingSnapshot::Event::Crossed;
+  for (auto _ : state) {
+    if (memory) {
+      snapshot.onMemorySample(crossed, "MemoryUtilization", 95);
+    } else {
+      snapshot.onCpuSample(crossed, "CPUUtilization", 95, 400);
+    }
+  }
+  countPerProcess(state, countProcesses());
+}
+
+// What a crossing's snapshot must read: the list, every stat and five comms.
+void snapshotAtCrossingLowerBound(benchmark::State& state) {
+  if (!crowd(state)) return;
+  size_t processes = 0;
+  for (auto _ : state) {
+    std::vector<int> pids = listProcPids();
+    for (int pid : pids) benchmark::DoNotOptimize(readProcFile(pid, "stat"));
+    for (size_t i = 0; i < 5 && i < pids.size(); ++i) {
+      benchmark::DoNotOptimize(readProcFile(pids[i], "comm"));
+    }
+    processes = pids.size();
+  }
+  countPerProcess(state, processes);
+}
+
 }  // namespace
 
 void registerProcessScanBenchmarks(const std::vector<long>& sizes) {
@@ -193,6 +249,11 @@ void registerProcessScanBenchmarks(const std::vector<long>& sizes) {
       {"ProcessMemListBuilding_LowerBound", memListLowerBound},
       {"Peer_ps", psPeer},
       {"Peer_pgrep", pgrepPeer},
+      {"CrossingSnapshotCpuSample", snapshotCpuSample},
+      {"CrossingSnapshotCpuSample_LowerBound", snapshotCpuSampleLowerBound},
+      {"CrossingSnapshotCpuCrossing", [](benchmark::State& s) { snapshotAtCrossing(s, false); }},
+      {"CrossingSnapshotMemoryCrossing", [](benchmark::State& s) { snapshotAtCrossing(s, true); }},
+      {"CrossingSnapshotCrossing_LowerBound", snapshotAtCrossingLowerBound},
   };
   // PSS costs the same per process at any count of processes: measured once,
   // at the first size.

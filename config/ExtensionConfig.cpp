@@ -163,8 +163,7 @@ ExtensionConfig ExtensionConfig::parse(const cJSON* section) {
         {"Metric_logcat_interval_ticks", K::Whole, &pressure.logcatIntervalTicks, 1, 86400},
         {"Metric_report_interval_ticks", K::Whole, &pressure.reportIntervalTicks, 1, 86400},
         {"Memory_some_avg10_threshold", K::Fraction, &pressure.memorySomeAvg10Threshold, 0, 100},
-        {"Memory_full_avg10_threshold", K::Fraction, &pressure.memoryFullAvg10Threshold, 0,
-         100}}},
+        {"Memory_full_avg10_threshold", K::Fraction, &pressure.memoryFullAvg10Threshold, 0, 100}}},
   };
   const cJSON* item = nullptr;
   cJSON_ArrayForEach(item, section) {
@@ -180,6 +179,14 @@ ExtensionConfig ExtensionConfig::parse(const cJSON* section) {
   }
   snapshot.topProcesses = static_cast<unsigned>(topProcesses);
   return config;
+}
+
+bool ExtensionConfig::isActive(const std::string& extension) const {
+  if (extension == "CrossingSnapshot") return crossingSnapshot.active;
+  if (extension == "DaemonCost") return daemonCost.active;
+  if (extension == "SmapsRollupPss") return smapsRollupPss.active;
+  if (extension == "Pressure") return pressure.active;
+  return false;
 }
 
 std::vector<std::string> ExtensionConfig::summaryLines() const {

@@ -45,6 +45,9 @@ struct ExtensionConfig {
   // unknown key is ignored; each adds one entry to `mistakes`.
   static ExtensionConfig parse(const cJSON* section);
 
+  // Whether the extension named `extension` ("CrossingSnapshot", ...) is on.
+  bool isActive(const std::string& extension) const;
+
   // The lines of the start-up summary, one per extension, with its settings.
   std::vector<std::string> summaryLines() const;
 };

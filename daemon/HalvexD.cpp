@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <memory>
 #include <stdexcept>
 #include <vector>
 
@@ -90,6 +91,13 @@ bool startEngine(int signalFd, unsigned long sampleInterval, unsigned long tickI
       return false;
     }
     engine.addMonitor(monitor);
+  }
+  // The cost extension's state lives as long as the engine's loop.
+  std::unique_ptr<daemoncost::DaemonCost> cost;
+  const ExtensionConfig::DaemonCost& costSettings = HalvexConfig::instance().extensions.daemonCost;
+  if (costSettings.active) {
+    cost = std::make_unique<daemoncost::DaemonCost>(costSettings);
+    engine.setDaemonCost(cost.get());
   }
   engine.runMonitors();
   return true;

@@ -36,6 +36,8 @@ void MonitorEngine::setIntervalPerTick(unsigned int seconds) {
   intervalPerTick = seconds;
 }
 
+void MonitorEngine::setDaemonCost(daemoncost::DaemonCost* cost) { daemonCost = cost; }
+
 void MonitorEngine::runMonitors() {
   long uptime = StatUtil::getUptime();
   __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_INFO, kTag, "Current Uptime=%ld", uptime);
@@ -80,13 +82,19 @@ void MonitorEngine::runMonitors() {
 }
 
 void MonitorEngine::runTick() {
+  // Without the cost extension the tick reads no clock at all.
+  if (daemonCost != nullptr) daemonCost->tickBegins();
   // Indexing re-reads the size on every pass, as the monitor list may grow.
   for (size_t i = 0; i < monitors.size(); ++i) {
-    if (!monitors[i]->check(tickCounter, false)) {
+    const uint64_t start = daemonCost != nullptr ? daemonCost->now() : 0;
+    const bool checked = monitors[i]->check(tickCounter, false);
+    if (daemonCost != nullptr) daemonCost->checkDone(monitors[i]->name, daemonCost->now() - start);
+    if (!checked) {
       __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_ERROR, kTag, "Error while running %s",
                               monitors[i]->name.c_str());
     }
   }
+  if (daemonCost != nullptr) daemonCost->tickDone(tickCounter);
   ++tickCounter;
 }
 

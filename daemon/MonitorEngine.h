@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "daemon/DaemonCost.h"
 #include "daemon/MonitorInterface.h"
 
 namespace halvexd {
@@ -19,6 +20,9 @@ class MonitorEngine {
   void addMonitor(MonitorInterface* monitor);
   void setSignalFd(int fd);
   void setIntervalPerTick(unsigned int seconds);
+  // Times every tick and check for the daemon's own cost; null (the
+  // default) times nothing. Not owned.
+  void setDaemonCost(daemoncost::DaemonCost* cost);
 
   // Runs until the signal descriptor becomes readable or select fails.
   // Throws std::runtime_error("Memory allocation error") when select runs
@@ -38,6 +42,7 @@ class MonitorEngine {
   uint64_t tickCounter = 0;
   uint32_t intervalPerTick = 0;
   int signalFd = -1;
+  daemoncost::DaemonCost* daemonCost = nullptr;
 };
 
 }  // namespace halvexd

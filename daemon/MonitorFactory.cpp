@@ -1,11 +1,11 @@
 #include "daemon/MonitorFactory.h"
 
-#include "config/HalvexConfig.h"
-
 #include <iterator>
 #include <new>
 
+#include "config/HalvexConfig.h"
 #include "metrics/PublishNames.h"
+#include "monitors/CrossingSnapshot.h"
 #include "monitors/CpuUsageMonitor.h"
 #include "monitors/DiskUsageMonitor.h"
 #include "monitors/MemoryUsageMonitor.h"
@@ -87,13 +87,33 @@ void logMonitorConfig(const monitor_config& config) {
                           static_cast<unsigned long long>(config.metricReportIntervalTicks));
 }
 
+// With the extension on, one snapshot writer serves both usage monitors:
+// built with the CPU usage monitor (its counters go with that monitor's
+// first sample), handed to the memory usage monitor after it in the table,
+// and kept as long as the monitors are. Rows are told apart by their names,
+// as the device build has no run-time type information.
+void attachCrossingSnapshot(const MonitorRow& row, MonitorInterface* monitor,
+                            crossingsnapshot::CrossingSnapshot*& snapshot) {
+  const ExtensionConfig::CrossingSnapshot& settings =
+      HalvexConfig::instance().extensions.crossingSnapshot;
+  if (!settings.active) return;
+  if (row.publishes == &publishnames::kCpuUsageMonitor) {
+    snapshot = new crossingsnapshot::CrossingSnapshot(settings);
+    static_cast<cpuusagemonitor::CpuUsageMonitor*>(monitor)->setCrossingSnapshot(snapshot);
+  } else if (row.publishes == &publishnames::kMemoryUsageMonitor) {
+    static_cast<memoryusagemonitor::MemoryUsageMonitor*>(monitor)->setCrossingSnapshot(snapshot);
+  }
+}
+
 }  // namespace
 
 bool configureMonitors(unsigned long sampleInterval, bool optionsGiven,
                        std::vector<MonitorInterface*>& monitors, bool) {
   try {
-    // Room first, so that appending a built monitor cannot throw and lose it.
-    monitors.reserve(monitors.size() + std::size(kMonitorTable));
+    // Room first, so that appending a built monitor cannot throw and lose it
+    // (one more for the pressure monitor).
+    monitors.reserve(monitors.size() + std::size(kMonitorTable) + 1);
+    crossingsnapshot::CrossingSnapshot* snapshot = nullptr;
     for (const MonitorRow& row : kMonitorTable) {
       monitor_config config;
       config.name = row.publishes->monitor;
@@ -106,6 +126,7 @@ bool configureMonitors(unsigned long sampleInterval, bool optionsGiven,
       config.tickOffset = row.tickOffset;
       logMonitorConfig(config);
       monitors.push_back(row.build(config));
+      attachCrossingSnapshot(row, monitors.back(), snapshot);
     }
     const ExtensionConfig& extensions = HalvexConfig::instance().extensions;
     if (extensions.pressure.active) {

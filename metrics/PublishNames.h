@@ -7,8 +7,6 @@
 
 #include <cstddef>
 
-#include "config/ExtensionConfig.h"
-
 namespace halvexd {
 
 // The system-health sample a monitor publishes: its publish name, its four
@@ -38,6 +36,14 @@ struct MonitorPublishNames {
   // name, by position; none when the structured records hold single values.
   const char* const* positionalFields;
   size_t positionalFieldCount;
+};
+
+// An extension that publishes records: the name of its object in
+// "HalvexExtensions", which switches it, and the names it publishes under
+// (its `monitor` starts its plain records' prefix, as a monitor's does).
+struct ExtensionPublishNames {
+  const char* extension;
+  const MonitorPublishNames* names;
 };
 
 namespace publishnames {
@@ -95,22 +101,33 @@ inline constexpr const MonitorPublishNames* kEveryMonitor[] = {
     &kCpuUsageMonitor,   &kMemoryUsageMonitor, &kDiskUsageMonitor,
 };
 
+// The crossing snapshot: the processes behind each usage crossing as plain
+// values, each also as a structured sample of six fields: the metric that
+// crossed, the rank, the process name and pid, the figure it is ranked by
+// (percent of all CPUs, or resident kB) and its PSS (0 where none answered).
+inline constexpr const char* kCrossingSnapshotFields[] = {"crossing", "rank",  "process_name",
+                                                          "pid",      "value", "pss_kb"};
+inline constexpr MonitorPublishNames kCrossingSnapshot = {
+    "CrossingSnapshot", nullptr, "CrossingSnapshot", kCrossingSnapshotFields, 6};
+
+// The daemon's own cost per interval as plain values, and as one structured
+// sample of eleven fields.
+inline constexpr const char* kDaemonCostFields[] = {
+    "interval_ticks",   "cpu_ms", "voluntary_switches", "tick_mean_us",     "tick_max_us",
+    "longest_check",    "longest_check_us", "rss_kb",   "pss_kb", "private_dirty_kb", "open_fds"};
+inline constexpr MonitorPublishNames kDaemonCost = {"DaemonCost", nullptr, "DaemonCost",
+                                                    kDaemonCostFields, 11};
+
 // Pressure stall statistics as plain values, no system-health sample.
 inline constexpr MonitorPublishNames kPressureMonitor = {"PressureMonitor", nullptr,
                                                          "PressureStall", nullptr, 0};
 
-// A monitor the factory builds only when an extension of the configuration
-// is on: the extension's key in "HalvexExtensions", its monitor's names, and
-// whether a section switches it on.
-struct ExtensionPublishNames {
-  const char* extension;
-  const MonitorPublishNames* names;
-  bool (*active)(const ExtensionConfig& extensions);
-};
-
-// Every extension's monitor, in the order the factory builds them.
+// Every extension that publishes, with the extension of "HalvexExtensions"
+// that switches it.
 inline constexpr ExtensionPublishNames kEveryExtension[] = {
-    {"Pressure", &kPressureMonitor, [](const ExtensionConfig& e) { return e.pressure.active; }},
+    {"CrossingSnapshot", &kCrossingSnapshot},
+    {"DaemonCost", &kDaemonCost},
+    {"Pressure", &kPressureMonitor},
 };
 
 }  // namespace publishnames

@@ -58,6 +58,10 @@ bool CpuUsageMonitor::getFastUtilizationSnapshot(unsigned long tick) {
 
   usageOverThreshold.printUsageStats(tick, metricLogcatIntervalTicks, usage, kThresholdPercent,
                                      metricBaseName);
+  if (crossingSnapshot != nullptr) {
+    crossingSnapshot->onCpuSample(usageOverThreshold.lastEvent(), metricBaseName, kThresholdPercent,
+                                  static_cast<uint64_t>(totalDelta));
+  }
   percentageCalculator->addMeasurement(static_cast<unsigned char>(usage));
   bucketCalculator->addMeasurement(static_cast<unsigned char>(usage));
   previousCpuTimes = std::move(now);

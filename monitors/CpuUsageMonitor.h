@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "daemon/MonitorInterface.h"
+#include "monitors/CrossingSnapshot.h"
 #include "stats/TotalUsageOverThrStats.h"
 
 namespace halvexd::cpuusagemonitor {
@@ -29,8 +30,14 @@ class CpuUsageMonitor : public MonitorInterface {
   // sample, when the counters are missing or did not move forward.
   bool getFastUtilizationSnapshot(unsigned long tick);
 
+  // Writes the processes behind each crossing; null (the default) writes none.
+  void setCrossingSnapshot(crossingsnapshot::CrossingSnapshot* snapshot) {
+    crossingSnapshot = snapshot;
+  }
+
  private:
   TotalUsageOverThrStats usageOverThreshold;
+  crossingsnapshot::CrossingSnapshot* crossingSnapshot = nullptr;
 };
 
 }  // namespace halvexd::cpuusagemonitor

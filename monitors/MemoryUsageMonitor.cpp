@@ -42,6 +42,10 @@ bool MemoryUsageMonitor::getFastUtilizationSnapshot(unsigned long tick) {
 
   usageOverThreshold.printUsageStats(tick, metricLogcatIntervalTicks, usage, kThresholdPercent,
                                      metricBaseName);
+  if (crossingSnapshot != nullptr) {
+    crossingSnapshot->onMemorySample(usageOverThreshold.lastEvent(), metricBaseName,
+                                     kThresholdPercent);
+  }
   percentageCalculator->addMeasurement(static_cast<unsigned char>(usage));
   bucketCalculator->addMeasurement(static_cast<unsigned char>(usage));
   return true;

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "daemon/MonitorInterface.h"
+#include "monitors/CrossingSnapshot.h"
 #include "stats/TotalUsageOverThrStats.h"
 
 namespace halvexd::memoryusagemonitor {
@@ -21,8 +22,14 @@ class MemoryUsageMonitor : public MonitorInterface {
   // when /proc/meminfo is unreadable or claims more available than total.
   bool getFastUtilizationSnapshot(unsigned long tick);
 
+  // Writes the processes behind each crossing; null (the default) writes none.
+  void setCrossingSnapshot(crossingsnapshot::CrossingSnapshot* snapshot) {
+    crossingSnapshot = snapshot;
+  }
+
  private:
   TotalUsageOverThrStats usageOverThreshold;
+  crossingsnapshot::CrossingSnapshot* crossingSnapshot = nullptr;
 };
 
 }  // namespace halvexd::memoryusagemonitor

@@ -8,7 +8,8 @@
 #           six monitors with 1,000 processes running, beside collectd with
 #           its cpu, memory, df and processes plugins at the same interval;
 #   5       idle cost: CPU time and wake-ups over 60 one-second ticks on
-#           which no monitor is due.
+#           which no monitor is due, without and with the extensions on;
+#   7       the extensions' cost per sample and per tick (in the suite).
 # Installs what is missing (Debian, root). Takes about two minutes.
 #   bash scripts/bench.sh [--quick]   (--quick: short runs, for trying it out)
 set -euo pipefail
@@ -48,6 +49,21 @@ mkdir -p "$tree/system/system_ext/etc" "$tree/data"
 ln -s /proc "$tree/proc"
 ln -s /sys "$tree/sys"
 cp tests/fixtures/tablet/system/system_ext/etc/halvex_config.json "$tree/system/system_ext/etc/"
+# The same with the example configuration of the extensions.
+extended_tree="$out/device-extensions"
+mkdir -p "$extended_tree/system/system_ext/etc" "$extended_tree/data"
+ln -s /proc "$extended_tree/proc"
+ln -s /sys "$extended_tree/sys"
+# Its pressure monitor keeps its own sample interval whatever -s says: set to
+# a day, as -s 100000 sets the others, so that the idle ticks stay idle (its
+# check has its own row in section 2).
+python3 - android/halvex_config_extensions.json \
+  "$extended_tree/system/system_ext/etc/halvex_config.json" <<'PY'
+import json, sys
+config = json.load(open(sys.argv[1]))
+config["HalvexExtensions"]["Pressure"]["Sample_interval_ticks"] = 86400
+json.dump(config, open(sys.argv[2], "w"), indent=2)
+PY
 
 uptime_s=$(cut -d. -f1 /proc/uptime)
 if [ "$uptime_s" -lt 180 ]; then
@@ -122,7 +138,14 @@ $quick && ticks=10
 HALVEXD_SYSROOT="$PWD/$tree" HALVEXD_LOG_FILE="$out/idle.log" build/halvexd -s 100000 -t 1 &
 daemon=$!
 started+=("$daemon")
+# Beside it, one with the extensions on (its own-cost report falls on tick
+# 119, after the window).
+HALVEXD_SYSROOT="$PWD/$extended_tree" HALVEXD_LOG_FILE="$out/idle-extensions.log" \
+  build/halvexd -s 100000 -t 1 &
+extended=$!
+started+=("$extended")
 wait_for_log "$out/idle.log" "Running DiskUsageMonitor" 400
+wait_for_log "$out/idle-extensions.log" "Running DiskUsageMonitor" 400
 sleep 1.5
 # The floor: a program that only waits one second at a time, over the same
 # ticks; its start-up is left out by reading it one second in.
@@ -132,15 +155,19 @@ started+=("$floor")
 sleep 1
 cpu_before=$(cpu_ns "$daemon")
 wakeups_before=$(voluntary "$daemon")
+extended_cpu_before=$(cpu_ns "$extended")
+extended_wakeups_before=$(voluntary "$extended")
 floor_cpu_before=$(cpu_ns "$floor")
 floor_wakeups_before=$(voluntary "$floor")
 sleep "$ticks"
 cpu_after=$(cpu_ns "$daemon")
 wakeups_after=$(voluntary "$daemon")
+extended_cpu_after=$(cpu_ns "$extended")
+extended_wakeups_after=$(voluntary "$extended")
 floor_cpu_after=$(cpu_ns "$floor")
 floor_wakeups_after=$(voluntary "$floor")
 {
-  kill "$daemon" "$floor"
+  kill "$daemon" "$extended" "$floor"
   wait
 } 2>/dev/null || true
 started=()
@@ -148,6 +175,8 @@ started=()
   echo "ticks=$ticks"
   echo "cpu_ns=$((cpu_after - cpu_before))"
   echo "wakeups=$((wakeups_after - wakeups_before))"
+  echo "extended_cpu_ns=$((extended_cpu_after - extended_cpu_before))"
+  echo "extended_wakeups=$((extended_wakeups_after - extended_wakeups_before))"
   echo "floor_cpu_ns=$((floor_cpu_after - floor_cpu_before))"
   echo "floor_wakeups=$((floor_wakeups_after - floor_wakeups_before))"
 } > "$out/idle.txt"

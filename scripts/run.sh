@@ -7,12 +7,15 @@
 #                                changes every second as a running device
 #   bash scripts/run.sh --live   over this machine's own /proc and /sys
 #   bash scripts/run.sh --seed N the sample tablet's moves from seed N
+#   bash scripts/run.sh [--live] --config FILE
+#                                with FILE as the device's configuration
+#                                (e.g. android/halvex_config_extensions.json,
+#                                every extension on)
+#   bash scripts/run.sh [--live] --no-perfinfo
+#                                a device without /proc/perfinfo (with the
+#                                configuration above, PSS from smaps_rollup)
 #   bash scripts/run.sh [--live] -s 1 -t 1
 #                                one daemon with these options instead
-#   bash scripts/run.sh [--live] --extensions [--no-perfinfo]
-#                                with the configuration's extensions section
-#                                on (smaps_rollup PSS, pressure), and a device
-#                                without /proc/perfinfo
 #
 # Two daemons watch the same tree (see "Run it" in README.md for why): one
 # with -s 1 -t 1, whose CPU and memory usage monitors report on ticks 3 and 4,
@@ -24,13 +27,13 @@ cd "$(dirname "$0")/.."
 
 live=0
 seed=1
-extensions=0
+config=""
 perfinfo=1
 while [ $# -gt 0 ]; do
   case "$1" in
     --live) live=1 ;;
     --seed) seed="$2"; shift ;;
-    --extensions) extensions=1 ;;
+    --config) config="$2"; shift ;;
     --no-perfinfo) perfinfo=0 ;;
     *) break ;;
   esac
@@ -70,13 +73,11 @@ trap 'exit 0' INT TERM
 device_args=()
 [ "$perfinfo" = 0 ] && device_args+=(--no-perfinfo)
 if [ "$live" = 1 ]; then
-  config=android/halvex_config.json
-  [ "$extensions" = 1 ] && config=android/halvex_config_extensions.json
-  build/halvex-devicesim --live --config "$config" "${device_args[@]}" "$sysroot/root" &
+  build/halvex-devicesim --live --config "${config:-android/halvex_config.json}" \
+    "${device_args[@]}" "$sysroot/root" &
 else
-  [ "$extensions" = 1 ] && device_args+=(--config tests/fixtures/configs/tablet-extensions.json)
-  build/halvex-devicesim --seed "$seed" --from tests/fixtures/tablet "${device_args[@]}" \
-    "$sysroot/root" &
+  build/halvex-devicesim --seed "$seed" --from tests/fixtures/tablet ${config:+--config "$config"} \
+    "${device_args[@]}" "$sysroot/root" &
 fi
 pids+=($!)
 # /proc/perfinfo is the last thing the device makes; without it, the

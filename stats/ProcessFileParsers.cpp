@@ -158,4 +158,25 @@ bool parseSmapsRollupPss(std::string_view text, unsigned long& pssKb) {
   return true;
 }
 
+size_t parseKeyedNumbers(std::string_view text, const std::vector<KeyedNumber>& keys) {
+  std::vector<bool> found(keys.size(), false);
+  size_t count = 0;
+  textscan::forEachLine(text, [&](std::string_view line) {
+    const size_t colon = line.find(':');
+    if (colon == std::string_view::npos) return;
+    for (size_t i = 0; i < keys.size(); ++i) {
+      std::string_view rest = line.substr(colon + 1);
+      uint64_t value = 0;
+      if (found[i] || line.substr(0, colon) != keys[i].first ||
+          !textscan::nextUnsigned(rest, value)) {
+        continue;
+      }
+      *keys[i].second = value;
+      found[i] = true;
+      ++count;
+    }
+  });
+  return count;
+}
+
 }  // namespace halvexd

@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 namespace halvexd {
 
@@ -102,5 +104,14 @@ bool parsePerfinfoPss(std::string_view line, unsigned long& pssKb);
 // for a smaller figure. False when no such line is there (the first "Pss:"
 // line decides; "Pss_Anon:" and the like are other lines).
 bool parseSmapsRollupPss(std::string_view text, unsigned long& pssKb);
+
+// A keyed number of a "Key:   123 kB" file (/proc/<pid>/status,
+// /proc/<pid>/smaps_rollup): the key to look for and where the number goes.
+using KeyedNumber = std::pair<std::string_view, uint64_t*>;
+
+// Fills each keyed number whose key starts a line of `text`, followed by ':'
+// and an unsigned decimal; a key met more than once keeps its first number.
+// Returns how many keys were found.
+size_t parseKeyedNumbers(std::string_view text, const std::vector<KeyedNumber>& keys);
 
 }  // namespace halvexd

@@ -515,6 +515,27 @@ int getPressureFromFile(const std::string& path, PressureStall& out) {
   return 0;
 }
 
+bool getKeyedNumbersFromFile(const std::string& path, const std::vector<KeyedNumber>& keys) {
+  constexpr size_t kKeyedFileReadBytes = 64 * 1024;
+  std::string text;
+  return readDeviceFile(path, kKeyedFileReadBytes, false, text) &&
+         parseKeyedNumbers(text, keys) > 0;
+}
+
+bool countDirectoryEntries(const std::string& path, uint64_t& count) {
+  DIR* dir = opendir(sysrootPath(path.c_str()).c_str());
+  if (dir == nullptr) {
+    return false;
+  }
+  count = 0;
+  while (const dirent* entry = readdir(dir)) {
+    const std::string_view name(entry->d_name);
+    if (name != "." && name != "..") ++count;
+  }
+  closedir(dir);
+  return true;
+}
+
 bool pidOf(std::string name, int& pid) {
   std::vector<int> pids;
   if (!getProcessList(pids) || pids.empty()) {

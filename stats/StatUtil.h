@@ -154,6 +154,15 @@ bool havePerfinfo();
 int getPressure(const char* resource, PressureStall& out);
 int getPressureFromFile(const std::string& path, PressureStall& out);
 
+// The keyed numbers (parseKeyedNumbers) of the file at device path `path`,
+// read up to 64 KiB. False when the file cannot be read or holds none of
+// the keys; keys it lacks are left untouched.
+bool getKeyedNumbersFromFile(const std::string& path, const std::vector<KeyedNumber>& keys);
+
+// Entries of the directory at device path `path`, "." and ".." aside (the
+// open descriptors of /proc/<pid>/fd). False when it cannot be listed.
+bool countDirectoryEntries(const std::string& path, uint64_t& count);
+
 // The id of the first process, in /proc's order, whose getProcessName equals
 // `name` exactly. False when none does or /proc cannot be listed.
 bool pidOf(std::string name, int& pid);

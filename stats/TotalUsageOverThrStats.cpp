@@ -23,8 +23,10 @@ void TotalUsageOverThrStats::initTotalUsageOverThrStats(int value) {
 
 void TotalUsageOverThrStats::printUsageStats(unsigned long tick, unsigned long logcatInterval,
                                              int usage, int threshold, std::string name) {
+  event = Event::None;
   if (usage >= threshold) {
     if (sum == 0) {
+      event = Event::Crossed;
       startTick = tick;
       initTotalUsageOverThrStats(usage);
       __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_INFO, kTag,
@@ -34,6 +36,7 @@ void TotalUsageOverThrStats::printUsageStats(unsigned long tick, unsigned long l
       maximum = std::max(maximum, usage);
       sum += usage;
     } else {
+      event = Event::StillAbove;
       float average = static_cast<float>(sum / static_cast<double>(kSpanTicks));
       __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_INFO, kTag,
                               "%s still above %d%%. Current - %d%% Last %d ticks stats: Min - "
@@ -45,6 +48,7 @@ void TotalUsageOverThrStats::printUsageStats(unsigned long tick, unsigned long l
       initTotalUsageOverThrStats(usage);
     }
   } else if (sum != 0) {
+    event = Event::Below;
     // The count is in ticks; the line has always said seconds.
     __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_INFO, kTag,
                             "%s now below %d%%. Usage - %d%%. Total seconds above threshold - %llu",

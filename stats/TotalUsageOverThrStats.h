@@ -10,6 +10,9 @@ namespace halvexd {
 
 class TotalUsageOverThrStats {
  public:
+  // Which threshold line the last sample wrote, if any.
+  enum class Event { None, Crossed, StillAbove, Below };
+
   // Not above the threshold, nothing recorded.
   TotalUsageOverThrStats() = default;
 
@@ -25,6 +28,9 @@ class TotalUsageOverThrStats {
   void printUsageStats(unsigned long tick, unsigned long logcatInterval, int usage, int threshold,
                        std::string name);
 
+  // The threshold line written by the last printUsageStats ("is at" aside).
+  Event lastEvent() const { return event; }
+
  private:
   // Length of one "still above" span, in ticks; the average divides by it
   // whatever number of samples the span held.
@@ -36,6 +42,7 @@ class TotalUsageOverThrStats {
   // apart from the sum, so a span whose samples add up to 0 counts as below.
   int32_t sum = 0;
   uint64_t startTick = 0;
+  Event event = Event::None;
 };
 
 }  // namespace halvexd

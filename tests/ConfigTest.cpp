@@ -220,7 +220,8 @@ TEST_F(ConfigFileTest, ExtensionsSectionIsBoundedAndSummarised) {
         "extension DaemonCost off, every 1 ticks, tick budget none", off,
         "extension Pressure off, sample every 1 ticks, logcat every 20 ticks, report every 1 "
         "ticks, some avg10 threshold 10%, full avg10 threshold 100%"}},
-      {"[true]", {"HalvexExtensions is an array, not an object; every extension stays off"},
+      {"[true]",
+       {"HalvexExtensions is an array, not an object; every extension stays off"},
        {snapshotDefaults, costDefaults, off, pressureDefaults}},
   };
   for (const auto& [section, warnings, summary] : rows) {

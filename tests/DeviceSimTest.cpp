@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <regex>
 #include <set>
 #include <sstream>
 #include <thread>
@@ -25,6 +26,7 @@ namespace halvexd {
 namespace {
 
 using devicesim::SampleDevice;
+using namespace std::string_literals;
 using testing::TempDir;
 
 // Every regular file of the tree but the growing one under /data, by path
@@ -105,21 +107,35 @@ TEST(DeviceSimTest, SameSeedMovesTheTreeTheSameWayAndMovesItLikeADevice) {
 }
 
 TEST(DeviceSimTest, DaemonsOverTheMovingTabletReportEveryMonitorWithoutAnErrorLine) {
-  TempDir device, logs;
+  // Two tablets moving alike, the second configured with the extensions on:
+  // /proc/perfinfo answers one selection at a time, so the snapshots' PSS
+  // readings get a tablet of their own.
+  TempDir device, extendedDevice, logs;
   auto tablet = std::make_unique<SampleDevice>(tabletCopy(device), 1);
+  auto twin = std::make_unique<SampleDevice>(tabletCopy(extendedDevice), 1);
+  std::filesystem::copy_file(testing::fixturePath("configs/extensions.json"),
+                             extendedDevice.path() + "/system/system_ext/etc/halvex_config.json",
+                             std::filesystem::copy_options::overwrite_existing);
   devicesim::PerfinfoServer perfinfo(
       device.path(), [&tablet](const std::string& written) { return tablet->perfinfoAnswer(written); },
       false);
+  devicesim::PerfinfoServer twinPerfinfo(
+      extendedDevice.path(),
+      [&twin](const std::string& written) { return twin->perfinfoAnswer(written); }, false);
   std::atomic<bool> stop{false};
   std::thread mover([&] {
     while (!stop) {
       std::this_thread::sleep_for(std::chrono::milliseconds(250));
       tablet->step();
+      twin->step();
     }
   });
   const std::map<std::string, std::string> env = {{"HALVEXD_SYSROOT", device.path()}};
   testing::DaemonProcess usage({"-s", "1", "-t", "1"}, env, logs.path() + "/usage.jsonl");
   testing::DaemonProcess others({"-s", "6", "-t", "1"}, env, logs.path() + "/others.jsonl");
+  testing::DaemonProcess extended({"-s", "1", "-t", "1"},
+                                  {{"HALVEXD_SYSROOT", extendedDevice.path()}},
+                                  logs.path() + "/extended.jsonl");
 
   // Plain records start with the monitor's prefix and the publish name.
   const std::vector<std::pair<testing::DaemonProcess*, std::string>> expected = {
@@ -138,10 +154,22 @@ TEST(DeviceSimTest, DaemonsOverTheMovingTabletReportEveryMonitorWithoutAnErrorLi
         std::chrono::seconds(20)))
         << prefix;
   }
-  for (testing::DaemonProcess* daemon : {&usage, &others}) {
+  // Both kinds of snapshot, and the own cost.
+  const std::string cost = "DaemonCostTablet:DaemonCost:";
+  for (const std::string& prefix : {cost, "CrossingSnapshotTablet:CrossingSnapshot:CPU"s,
+                                    "CrossingSnapshotTablet:CrossingSnapshot:Memory"s}) {
+    EXPECT_TRUE(extended.waitForRecord(
+        [&prefix](const testing::LogRecord& record) {
+          return record.message.rfind(prefix, 0) == 0;
+        },
+        std::chrono::seconds(30)))
+        << prefix;
+  }
+  for (testing::DaemonProcess* daemon : {&usage, &others, &extended}) {
     kill(daemon->pid(), SIGTERM);
     EXPECT_EQ(daemon->waitForExit(), 0);
     EXPECT_EQ(daemon->records().back().message, "Exiting");
+    if (daemon == &extended) continue;
     for (const testing::LogRecord& record : daemon->records()) {
       EXPECT_LT(record.priority, 5) << record.tag << ": " << record.message;
       EXPECT_EQ(record.message.find("Error"), std::string::npos) << record.message;
@@ -150,6 +178,37 @@ TEST(DeviceSimTest, DaemonsOverTheMovingTabletReportEveryMonitorWithoutAnErrorLi
   }
   stop = true;
   mover.join();
+  // The k-th CPU (memory) snapshot names first the application behind the
+  // k-th burst (spell), by pid.
+  const std::regex top(R"(^CrossingSnapshotTablet:CrossingSnapshot:(CPU|Memory)Utilization)"
+                       R"(\.Top01\.[^=]*\.(\d+)\.(SharePercent|PssKB|RssKB)=)");
+  std::map<bool, std::vector<int>> snapshotPids, spellPids;
+  for (const testing::LogRecord& record : extended.records()) {
+    std::smatch match;
+    if (std::regex_search(record.message, match, top)) {
+      snapshotPids[match[1] == "Memory"].push_back(std::stoi(match[2]));
+    }
+  }
+  for (const SampleDevice::Spell& spell : twin->spells()) {
+    spellPids[spell.memory].push_back(spell.pid);
+  }
+  for (bool memory : {false, true}) {
+    SCOPED_TRACE(memory ? "memory" : "cpu");
+    ASSERT_FALSE(snapshotPids[memory].empty());
+    ASSERT_GE(spellPids[memory].size(), snapshotPids[memory].size());
+    spellPids[memory].resize(snapshotPids[memory].size());
+    EXPECT_EQ(snapshotPids[memory], spellPids[memory]);
+  }
+  // The own cost every 5 ticks: a line and a record each interval.
+  size_t costRecords = 0, costLines = 0;
+  for (const testing::LogRecord& record : extended.records()) {
+    costRecords += record.message.rfind(cost, 0) == 0 &&
+                   record.message.find(",IntervalTicks=5;CT;1,") != std::string::npos;
+    costLines += record.tag == "halvexd:DaemonCost" &&
+                 record.message.rfind("Own cost over 5 ticks: CPU ", 0) == 0;
+  }
+  EXPECT_GE(costRecords, 2u);
+  EXPECT_EQ(costLines, costRecords);
 }
 
 }  // namespace

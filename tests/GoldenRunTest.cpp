@@ -40,7 +40,8 @@ INSTANTIATE_TEST_SUITE_P(Scenarios, GoldenRunTest,
                          ::testing::Values("tablet-day", "sample-option", "edge-figures",
                                            "old-zram", "service-off", "hostile-files",
                                            "large-data", "disk-shares", "stock-kernel",
-                                           "perfinfo-kept", "extensions-off"),
+                                           "perfinfo-kept", "extensions-off",
+                                           "crossing-snapshot"),
                          [](const ::testing::TestParamInfo<std::string>& info) {
                            std::string name = info.param;
                            for (char& c : name) c = c == '-' ? '_' : c;

@@ -1,16 +1,19 @@
-// The exact lines the readers of fixed kernel paths and the threshold statistics
-// log, and the host formats the decoding tools and the test harness read back.
+// The exact lines the readers of fixed kernel paths, the threshold statistics
+// and the daemon's own cost log, and the host formats the decoding tools and
+// the test harness read back.
 #include <gtest/gtest.h>
 
 #include <filesystem>
 #include <optional>
 
+#include "config/HalvexConfig.h"
+#include "daemon/DaemonCost.h"
 #include "platform/LogBuffers.h"
 #include "platform/host/HostLog.h"
 #include "stats/StatUtil.h"
 #include "stats/TotalUsageOverThrStats.h"
-#include "tools/devicesim/PerfinfoServer.h"
 #include "tests/support/TestSupport.h"
+#include "tools/devicesim/PerfinfoServer.h"
 
 namespace halvexd {
 namespace {
@@ -117,6 +120,74 @@ struct Samples {
 };
 
 constexpr unsigned long kQuiet = 100000;  // a logcat interval no row reaches after tick 0
+
+// Two intervals of three ticks over the daemon's own /proc entries: figures
+// since the last report, the budget warned once per interval (a tick at the
+// budget is within it), smaps_rollup gone in the second.
+TEST_F(ReaderTest, DaemonCostReportsEachIntervalAndWarnsOncePerIntervalOverBudget) {
+  auto own = [this](int cpuTicks, int switches, bool rollup) {
+    root.write("proc/self/stat", "42 (halvexd) S 1 42 0 0 -1 0 0 0 0 0 " +
+                                     std::to_string(cpuTicks) +
+                                     " 50 0 0 20 0 1 0 100 1000 300 18446744073709551615\n");
+    root.write("proc/self/status",
+               "Name:\thalvexd\nVmRSS:\t    5000 kB\nvoluntary_ctxt_switches:\t" +
+                   std::to_string(switches) + "\nnonvoluntary_ctxt_switches:\t3\n");
+    std::filesystem::remove(root.path() + "/proc/self/smaps_rollup");
+    if (rollup)
+      root.write("proc/self/smaps_rollup",
+                 "1-2 ---p [rollup]\nPss:    3000 kB\nPrivate_Dirty:  1200 kB\n");
+  };
+  for (const char* fd : {"0", "1", "2", "3"}) root.write("proc/self/fd/"s + fd, "");
+  own(100, 10, true);
+  HalvexConfig& config = HalvexConfig::instance();
+  config.monitorConfigs["DaemonCost"].trazMetricInterface.active = true;
+  daemoncost::DaemonCost cost({true, 3, 5});
+  uint64_t now = 0;
+  cost.setClockForTesting([&now] { return now; });
+  // Each tick: its length, then the checks of A and B.
+  const std::tuple<uint64_t, uint64_t, uint64_t> ticks[] = {{2000, 1500, 400}, {7000, 1000, 6500},
+                                                            {9000, 8000, 900}, {1000, 900, 50},
+                                                            {5000, 100, 4800}, {5001, 200, 4700}};
+  for (size_t tick = 0; tick < std::size(ticks); ++tick) {
+    if (tick == 2) own(104, 25, true);
+    if (tick == 5) own(104, 25, false);
+    const auto [length, a, b] = ticks[tick];
+    cost.tickBegins();
+    cost.checkDone("A", a);
+    cost.checkDone("B", b);
+    now += length;
+    cost.tickDone(tick);
+  }
+  config.resetConfig();
+  const auto status = [](int priority, const std::string& message) {
+    return LogRecord{kSystemLogBuffer, priority, "halvexd:DaemonCost", message};
+  };
+  const auto record = [](const std::string& body) {
+    return LogRecord{kMetricsLogBuffer, ANDROID_LOG_INFO, "metrics.halvexd",
+                     "DaemonCostTablet:DaemonCost:" + body + ":NR"};
+  };
+  EXPECT_EQ(
+      logs.records(),
+      (Lines{
+          status(ANDROID_LOG_WARN,
+                 "Tick 1 took 7.000 ms, over the budget of 5 ms; longest check B 6.500 ms"),
+          status(ANDROID_LOG_INFO,
+                 "Own cost over 3 ticks: CPU 40 ms, 15 voluntary switches, tick mean 6.000 ms, "
+                 "max 9.000 ms, longest check A 8.000 ms, RSS 5000 kB, PSS 3000 kB, private dirty "
+                 "1200 kB, 3 open descriptors"),
+          record("CpuTimeMs=40;CT;1,IntervalTicks=3;CT;1,LongestCheckUs.A=8000;CT;1,OpenFds=3;CT;1,"
+                 "PrivateDirtyKB=1200;CT;1,PssKB=3000;CT;1,RssKB=5000;CT;1,TickMaxUs=9000;CT;1,"
+                 "TickMeanUs=6000;CT;1,VoluntarySwitches=15;CT;1"),
+          status(ANDROID_LOG_WARN,
+                 "Tick 5 took 5.001 ms, over the budget of 5 ms; longest check B 4.700 ms"),
+          status(ANDROID_LOG_INFO,
+                 "Own cost over 3 ticks: CPU 0 ms, 0 voluntary switches, tick mean 3.667 ms, "
+                 "max 5.001 ms, longest check B 4.800 ms, RSS 5000 kB, PSS unknown, private dirty "
+                 "unknown, 3 open descriptors"),
+          record("CpuTimeMs=0;CT;1,IntervalTicks=3;CT;1,LongestCheckUs.B=4800;CT;1,OpenFds=3;CT;1,"
+                 "RssKB=5000;CT;1,TickMaxUs=5001;CT;1,TickMeanUs=3667;CT;1,VoluntarySwitches=0;CT;"
+                 "1")}));
+}
 
 TEST(ThresholdStatisticsTest, LinesFollowTheUsageAcrossTheThreshold) {
   // what the row proves, threshold, logcat interval, samples, lines

@@ -2,7 +2,11 @@
 moving sample tablet (tests/fixtures/report/run.log: two daemons, one with
 -s 1 -t 1 and one with -s 6 -t 1, their first 13 seconds).
 
-    python3 report_data_test.py REPORT_TOOL DECODER FIXTURE_LOG TABLET_CONFIG
+    python3 report_data_test.py REPORT_TOOL DECODER FIXTURE_LOG TABLET_CONFIG EXTENSIONS_LOG
+
+EXTENSIONS_LOG (tests/fixtures/report/extensions.log) is a daemon's threshold,
+snapshot and own-cost lines and records over the moving tablet with the
+extensions on (tests/fixtures/configs/extensions.json), its first 20 seconds.
 """
 
 import json
@@ -12,7 +16,7 @@ import sys
 import tempfile
 import unittest
 
-TOOL, DECODER, LOG, CONFIG = sys.argv[1:5]
+TOOL, DECODER, LOG, CONFIG, EXTENSIONS_LOG = sys.argv[1:6]
 
 
 def figures(log_path, config=None):
@@ -90,6 +94,29 @@ class ReportDataTest(unittest.TestCase):
         self.assertEqual([(p["time"], p["percent"]) for p in got],
                          [(0.0, {"Cpu.Some.Avg10Max": 13.26}), (30.5, {"Cpu.Some.Avg10Max": 0})])
         self.assertEqual(self.data["pressure"], [])
+
+    def test_crossings_with_their_snapshots_and_the_own_cost(self):
+        data = figures(EXTENSIONS_LOG)
+        cases = [
+            ("snapshots after their crossing lines",
+             [(s["time"], s["after"], [(e["rank"], e["name"], e["pid"], e["value"], e.get("pss_kb"))
+                                       for e in s["top"]][:2]) for s in data["snapshots"]],
+             [(9.016, "CPUUtilization crossed 95%. Current - 98%",
+               [(1, "ndroid.settings", 3000, 48.75, None),
+                (2, "droid.launcher3", 1760, 4.25, None)]),
+              (12.023, "MemoryUtilization crossed 95%. Current - 97%",
+               [(1, "android.camera2", 3003, 927296, 838284),
+                (2, "system_server", 1024, 289324, 136685)])]),
+            ("own cost per interval",
+             [(c["time"], c["IntervalTicks"], c["longest_check"], c["CpuTimeMs"])
+              for c in data["cost"]],
+             [(5.009, 5, "ProcessCpuMonitor", 0), (10.017, 5, "ProcessCpuMonitor", 0),
+              (15.028, 5, "MemoryUsageMonitor", 10), (20.036, 5, "ProcessCpuMonitor", 0)]),
+            ("no snapshot in an ordinary run", self.data["snapshots"] + self.data["cost"], []),
+        ]
+        for name, got, expected in cases:
+            with self.subTest(name):
+                self.assertEqual(got, expected)
 
     def test_structured_records_stand_in_for_missing_plain_ones(self):
         # A configuration with the plain interface off for "PssKB": the same

@@ -7,8 +7,10 @@
 namespace halvexd::tools {
 namespace {
 
-// The uses of one monitor's names: its system-health name, then its plain one.
-void appendUses(const MonitorPublishNames& names, std::vector<PublishNameUse>& uses) {
+// The uses of one monitor's names, switched by `extension` (empty for a
+// monitor of the table): its system-health name, then its plain one.
+void appendUses(const MonitorPublishNames& names, const std::string& extension,
+                std::vector<PublishNameUse>& uses) {
   using Kind = PublishNameUse::Kind;
   if (names.systemHealth != nullptr) {
     const SystemHealthNames& health = *names.systemHealth;
@@ -16,7 +18,7 @@ void appendUses(const MonitorPublishNames& names, std::vector<PublishNameUse>& u
                                        health.periodField};
     // The system-health logger writes its fields in key order.
     std::sort(fields.begin(), fields.end());
-    uses.push_back({health.publishName, names.monitor, Kind::SystemHealth, fields});
+    uses.push_back({health.publishName, names.monitor, Kind::SystemHealth, fields, extension});
   }
   std::vector<std::string> positional;
   for (size_t i = 0; i < names.positionalFieldCount; ++i) {
@@ -24,7 +26,7 @@ void appendUses(const MonitorPublishNames& names, std::vector<PublishNameUse>& u
   }
   uses.push_back({names.plainName, names.monitor,
                   positional.empty() ? Kind::Values : Kind::ValuesWithPositionalFields,
-                  positional});
+                  positional, extension});
 }
 
 }  // namespace
@@ -33,30 +35,14 @@ const std::vector<PublishNameUse>& daemonPublishNames() {
   static const std::vector<PublishNameUse> kUses = [] {
     std::vector<PublishNameUse> uses;
     for (const MonitorPublishNames* monitor : publishnames::kEveryMonitor) {
-      appendUses(*monitor, uses);
+      appendUses(*monitor, "", uses);
+    }
+    for (const ExtensionPublishNames& extension : publishnames::kEveryExtension) {
+      appendUses(*extension.names, extension.extension, uses);
     }
     return uses;
   }();
   return kUses;
-}
-
-std::vector<PublishNameUse> publishNamesWith(const ExtensionConfig& extensions) {
-  std::vector<PublishNameUse> uses = daemonPublishNames();
-  for (const publishnames::ExtensionPublishNames& extension : publishnames::kEveryExtension) {
-    if (extension.active(extensions)) appendUses(*extension.names, uses);
-  }
-  return uses;
-}
-
-const char* extensionPublishing(const std::string& name) {
-  for (const publishnames::ExtensionPublishNames& extension : publishnames::kEveryExtension) {
-    std::vector<PublishNameUse> uses;
-    appendUses(*extension.names, uses);
-    for (const PublishNameUse& use : uses) {
-      if (use.publishName == name) return extension.extension;
-    }
-  }
-  return nullptr;
 }
 
 }  // namespace halvexd::tools

@@ -8,8 +8,6 @@
 #include <string>
 #include <vector>
 
-#include "config/ExtensionConfig.h"
-
 namespace halvexd::tools {
 
 struct PublishNameUse {
@@ -31,18 +29,14 @@ struct PublishNameUse {
   // ValuesWithPositionalFields, in key order (the order they are written in)
   // for SystemHealth. Empty for Values.
   std::vector<std::string> fields;
+  // The extension of "HalvexExtensions" that switches the publish; empty
+  // for a monitor's.
+  std::string extension;
 };
 
 // In the order the factory builds the monitors, each monitor's system-health
-// name before its plain one, as the monitors publish them.
+// name before its plain one, as the monitors publish them; then the
+// extensions' names.
 const std::vector<PublishNameUse>& daemonPublishNames();
-
-// daemonPublishNames, then the names of the monitors that `extensions`
-// switches on, in the factory's order of extensions.
-std::vector<PublishNameUse> publishNamesWith(const ExtensionConfig& extensions);
-
-// The key of the extension whose monitor publishes under `name`; null when
-// none does.
-const char* extensionPublishing(const std::string& name);
 
 }  // namespace halvexd::tools

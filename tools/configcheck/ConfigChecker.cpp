@@ -1,6 +1,7 @@
 #include "tools/configcheck/ConfigChecker.h"
 
 #include <algorithm>
+#include <map>
 #include <set>
 
 #include "config/HalvexConfig.h"
@@ -29,6 +30,24 @@ MetricLogger::FieldVector sampleFields(const std::vector<std::string>& names) {
   MetricLogger::FieldVector fields;
   for (const std::string& name : names) fields.emplace_back(name, "x");
   return fields;
+}
+
+// True when an extension switches the publish and is off; its findings then
+// say so. A file without the extensions section hears nothing of them.
+bool extensionOff(const PublishNameUse& use, std::vector<ConfigChecker::Finding>& findings) {
+  if (use.extension.empty()) return false;
+  const ExtensionConfig& extensions = HalvexConfig::instance().extensions;
+  if (extensions.isActive(use.extension)) return false;
+  if (extensions.present) {
+    findings.push_back(
+        {use.publishName,
+         use.monitor,
+         "records",
+         false,
+         "extension off (\"HalvexExtensions\" \"" + use.extension + "\" \"Active\" is not true)",
+         {}});
+  }
+  return true;
 }
 
 }  // namespace
@@ -155,7 +174,12 @@ ConfigChecker::Finding ConfigChecker::systemHealthRecord(const PublishNameUse& u
 ConfigChecker::Report ConfigChecker::check() {
   Report report;
   std::set<std::string> published;
-  for (const PublishNameUse& use : publishNamesWith(HalvexConfig::instance().extensions)) {
+  std::map<std::string, std::string> switchedOff;
+  for (const PublishNameUse& use : daemonPublishNames()) {
+    if (extensionOff(use, report.findings)) {
+      switchedOff[use.publishName] = use.extension;
+      continue;
+    }
     published.insert(use.publishName);
     switch (use.kind) {
       case PublishNameUse::Kind::Values:
@@ -178,14 +202,16 @@ ConfigChecker::Report ConfigChecker::check() {
   }
   std::sort(configured.begin(), configured.end());
   for (const std::string& name : configured) {
+    auto off = switchedOff.find(name);
+    if (off != switchedOff.end()) {
+      report.silentNames.push_back(
+          {name, "its extension \"" + off->second + "\" of \"HalvexExtensions\" is not active"});
+      continue;
+    }
     if (published.count(name) == 0) {
       std::string reason = name.empty() ? "a record without \"MetricName\": the daemon publishes "
                                           "under no empty name"
                                         : "the daemon publishes under no such name";
-      if (const char* extension = extensionPublishing(name)) {
-        reason = std::string("published only with the extension \"") + extension +
-                 "\" on in \"HalvexExtensions\"";
-      }
       if (name.find("VMPRESSURE") != std::string::npos) {
         reason += " (every name containing \"VMPRESSURE\" would share the one \"VMPRESSURE\" "
                   "record for its plain record, but the daemon publishes none)";

@@ -1,9 +1,9 @@
 // halvex-devicesim: a device tree for halvexd to watch on a host.
 //
 //   halvex-devicesim [--seed N] [--from TREE] [--config FILE] [--seconds N] ROOT
-//       copies TREE (when ROOT holds no /proc yet; FILE, when given, as its
-//       configuration) and moves it as a running tablet does, serving
-//       /proc/perfinfo, until SIGINT or SIGTERM (or for N seconds).
+//       copies TREE (when ROOT holds no /proc yet) and moves it as a running
+//       tablet does, serving /proc/perfinfo, until SIGINT or SIGTERM (or for
+//       N seconds). FILE, when given, replaces the tree's configuration.
 //   halvex-devicesim --live --config FILE ROOT
 //       makes ROOT a sysroot of this machine's /proc and /sys, with FILE as
 //       its configuration and a /proc/perfinfo that answers from smaps_rollup.
@@ -52,6 +52,12 @@ void sleepUntil(timespec& next, long stepNanos) {
   }
 }
 
+// Makes `config` the configuration of the tree at `root`.
+void installConfig(const std::string& config, const std::string& root) {
+  std::filesystem::copy_file(config, root + "/system/system_ext/etc/halvex_config.json",
+                             std::filesystem::copy_options::overwrite_existing);
+}
+
 // Copies `from` to `root` by way of a sibling folder renamed into place, with
 // `config` (when not empty) as its configuration.
 void copyTree(const std::string& from, const std::string& config, const std::string& root) {
@@ -59,10 +65,7 @@ void copyTree(const std::string& from, const std::string& config, const std::str
   const std::string aside = root + ".copying";
   fs::remove_all(aside);
   fs::copy(from, aside, fs::copy_options::recursive);
-  if (!config.empty()) {
-    fs::copy_file(config, aside + "/system/system_ext/etc/halvex_config.json",
-                  fs::copy_options::overwrite_existing);
-  }
+  if (!config.empty()) installConfig(config, aside);
   fs::rename(aside, root);
 }
 
@@ -119,7 +122,11 @@ int main(int argc, char** argv) {
       mirror = std::make_unique<LiveMirror>(root, config);
       answer = [&mirror](const std::string& written) { return mirror->perfinfoAnswer(written); };
     } else {
-      if (!std::filesystem::exists(root + "/proc")) copyTree(from, config, root);
+      if (!std::filesystem::exists(root + "/proc")) {
+        copyTree(from, config, root);
+      } else if (!config.empty()) {
+        installConfig(config, root);
+      }
       device = std::make_unique<SampleDevice>(root, seed);
       answer = [&device](const std::string& written) { return device->perfinfoAnswer(written); };
     }

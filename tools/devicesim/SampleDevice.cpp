@@ -41,8 +41,11 @@ uint64_t toU64(const std::string& text) { return std::strtoull(text.c_str(), nul
 
 }  // namespace
 
-SampleDevice::SampleDevice(const std::string& root, uint64_t seed) : tree(root), random(seed) {
+SampleDevice::SampleDevice(const std::string& root, uint64_t seed)
+    : tree(root), random(seed), spellRandom(seed + 1) {
   readTree();
+  std::error_code ignored;
+  std::filesystem::create_directory_symlink("/proc/self", tree.path("proc/self"), ignored);
   for (size_t i = 0; i < 3; ++i) startProcess();
   // The first state, written whole.
   everySecond();
@@ -161,9 +164,14 @@ void SampleDevice::everySecond() {
   advanceProcesses();
   busyThisSecond = 0;
   if (cpuBurstLeft > 0) {
+    if (burstPid == 0) {
+      Process* culprit = beginSpell(false);
+      burstPid = culprit != nullptr ? culprit->pid : -1;
+    }
     --cpuBurstLeft;
     load = 96 + 3 * unit();
   } else {
+    burstPid = 0;
     const double s = static_cast<double>(second);
     load = 45 + 22 * std::sin(2 * kPi * s / 61) + 10 * std::sin(2 * kPi * s / 17) +
            10 * (unit() - 0.5);
@@ -183,6 +191,7 @@ void SampleDevice::everySecond() {
 
 void SampleDevice::advanceCpu() {
   const uint64_t perStep = kClockTicks / kStepsPerSecond;
+  const uint64_t busyBefore = busyThisSecond;
   for (KernelText::CpuCounters& cpu : perCpu) {
     // Busy ticks of this CPU in this step, rounded at random so the average
     // follows the load exactly.
@@ -200,6 +209,7 @@ void SampleDevice::advanceCpu() {
     }
     busyThisSecond += busy;
   }
+  chargeBurst(busyThisSecond - busyBefore);
   const double step = 1.0 / kStepsPerSecond;
   uptimeSeconds += step;
   idleSeconds += step * static_cast<double>(perCpu.size()) * (100 - load) / 100;
@@ -248,6 +258,8 @@ void SampleDevice::churnProcesses() {
     for (size_t i = 0; i < processes.size(); ++i) {
       if (!processes[i].transient || pick-- != 0) continue;
       const int pid = processes[i].pid;
+      // The application behind a running spell stays until it ends.
+      if (pid == burstPid || pid == spellPid) break;
       tree.removeDirectory("proc/" + std::to_string(pid));
       {
         std::lock_guard<std::mutex> hold(pssLock);
@@ -365,9 +377,19 @@ void SampleDevice::advanceMemory() {
   double used;
   if (memorySpellLeft > 0) {
     // A spell of pressure: an application loads a large working set.
+    if (spellPid == 0) {
+      Process* culprit = beginSpell(true);
+      spellPid = culprit != nullptr ? culprit->pid : -1;
+    }
     --memorySpellLeft;
     used = 95.6 + 1.5 * unit();
+    // What the spell adds over the usual 78 %, in the culprit's pages (its
+    // stat is written before meminfo, so a reader that sees the spell sees
+    // the pages too).
+    growWorkingSet(static_cast<uint64_t>(static_cast<double>(*total) * (used - 78) / 100));
   } else {
+    growWorkingSet(0);
+    spellPid = 0;
     const double s = static_cast<double>(second);
     used = 78 + 8 * std::sin(2 * kPi * s / 83) + 4 * std::sin(2 * kPi * s / 29) + 2 * (unit() - 0.5);
     if (second >= nextMemorySpell) {
@@ -463,6 +485,55 @@ void SampleDevice::fillData() {
   const std::string block(kDataFillStep, '\x5a');
   std::fwrite(block.data(), 1, block.size(), file);
   std::fclose(file);
+}
+
+SampleDevice::Process* SampleDevice::findProcess(int pid) {
+  for (Process& process : processes) {
+    if (process.pid == pid) return &process;
+  }
+  return nullptr;
+}
+
+SampleDevice::Process* SampleDevice::beginSpell(bool memory) {
+  std::vector<Process*> apps;
+  for (Process& process : processes) {
+    if (process.transient) apps.push_back(&process);
+  }
+  if (apps.empty()) return nullptr;
+  Process* culprit = apps[spellRandom() % apps.size()];
+  std::lock_guard<std::mutex> hold(pssLock);
+  spellLog.push_back({memory, culprit->pid, culprit->comm, second});
+  return culprit;
+}
+
+void SampleDevice::chargeBurst(uint64_t busyTicks) {
+  Process* culprit = burstPid > 0 ? findProcess(burstPid) : nullptr;
+  if (culprit == nullptr) return;
+  // Half the busy time of every step, on its own: two of four CPUs.
+  const uint64_t ticks = busyTicks / 2;
+  culprit->utime += ticks * 9 / 10;
+  culprit->stime += ticks - ticks * 9 / 10;
+  busyThisSecond -= ticks;
+  writeProcess(*culprit);
+}
+
+void SampleDevice::growWorkingSet(uint64_t extraKb) {
+  Process* culprit = spellPid > 0 ? findProcess(spellPid) : nullptr;
+  if (culprit == nullptr) return;
+  const long rss = std::atol(culprit->fields[21].c_str()) - spellPages;
+  spellPages = static_cast<long>(extraKb / 4);
+  culprit->fields[21] = std::to_string(rss + spellPages);
+  {
+    std::lock_guard<std::mutex> hold(pssLock);
+    pssByPid[culprit->pid] = static_cast<uint64_t>(culprit->basePssKb) + extraKb;
+  }
+  writeProcess(*culprit);
+  writeRollup(*culprit, static_cast<uint64_t>(culprit->basePssKb) + extraKb);
+}
+
+std::vector<SampleDevice::Spell> SampleDevice::spells() const {
+  std::lock_guard<std::mutex> hold(pssLock);
+  return spellLog;
 }
 
 std::string SampleDevice::perfinfoAnswer(const std::string& written) const {

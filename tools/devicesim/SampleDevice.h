@@ -11,11 +11,15 @@
 //    /data growing.
 // It also holds a PSS figure for every process, for the /proc/perfinfo
 // stand-in to answer with and written each second into the process's
-// smaps_rollup, and writes /proc/pressure/memory, cpu and io each second: CPU
-// stalls grow with the load above 40 %, memory stalls with memory use above
-// 84 % (so the spells above 95 % show as memory pressure), I/O with both.
-// These follow the other figures without drawing on the random sequence, so
-// the rest of the tree moves as it did before they were written.
+// smaps_rollup. Each CPU burst and memory spell is one application's doing:
+// in a burst it keeps two CPUs busy, in a spell its resident memory grows by
+// what the spell adds; spells() names them. The tree's /proc/self is the
+// reader's own entry, as on a device. It writes /proc/pressure/memory, cpu
+// and io each second: CPU stalls grow with the load above 40 %, memory stalls
+// with memory use above 84 % (so the spells above 95 % show as memory
+// pressure), I/O with both. These follow the other figures without drawing
+// on the random sequence, so the rest of the tree moves as it did before they
+// were written.
 //
 // Every change comes from one pseudo-random sequence seeded at construction,
 // so two devices with the same seed over the same tree write the same files
@@ -51,6 +55,16 @@ class SampleDevice {
   // 0 kB for a pid that is not running. Safe to call from another thread.
   std::string perfinfoAnswer(const std::string& written) const;
 
+  // A CPU burst or memory spell and the application behind it.
+  struct Spell {
+    bool memory = false;
+    int pid = 0;
+    std::string comm;
+    unsigned long firstSecond = 0;
+  };
+  // Every spell begun so far, in order. Safe to call from another thread.
+  std::vector<Spell> spells() const;
+
  private:
   struct Process {
     int pid = 0;
@@ -83,6 +97,11 @@ class SampleDevice {
   void writeProcess(const Process& process) const;
   void writeCpu() const;
   void writeUptime() const;
+  // Picks the application behind a spell beginning now; null when none runs.
+  Process* beginSpell(bool memory);
+  Process* findProcess(int pid);
+  void chargeBurst(uint64_t busyTicks);
+  void growWorkingSet(uint64_t extraKb);
 
   TreeFiles tree;
   std::mt19937_64 random;
@@ -122,6 +141,14 @@ class SampleDevice {
   };
   double memoryUsedPercent = 0;
   Stall cpuSome, memorySome, memoryFull, ioSome, ioFull;
+
+  // The application of the running CPU burst and memory spell (0: none), and
+  // what the spell has added to its resident pages.
+  int burstPid = 0;
+  int spellPid = 0;
+  long spellPages = 0;
+  std::mt19937_64 spellRandom;
+  std::vector<Spell> spellLog;
 
   mutable std::mutex pssLock;
   std::map<int, uint64_t> pssByPid;
