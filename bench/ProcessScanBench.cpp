@@ -125,6 +125,37 @@ void memListLowerBound(benchmark::State& state) {
   countPerProcess(state, pids.size());
 }
 
+// The pids of the processes with resident pages, as the memory monitor lists
+// them.
+std::vector<int> residentPids() {
+  std::vector<int> pids;
+  StatUtil::getProcessListRss(pids);
+  return pids;
+}
+
+// PSS from smaps_rollup, the reader alone, over every process with memory.
+void rollupPss(benchmark::State& state) {
+  if (!crowd(state)) return;
+  const std::vector<int> pids = residentPids();
+  for (auto _ : state) {
+    for (int pid : pids) {
+      unsigned long pssKb = 0;
+      benchmark::DoNotOptimize(StatUtil::getProcessPssFromRollup(pid, pssKb));
+    }
+  }
+  countPerProcess(state, pids.size());
+}
+
+// The least the kernel must be asked for: smaps_rollup read alone.
+void rollupLowerBound(benchmark::State& state) {
+  if (!crowd(state)) return;
+  const std::vector<int> pids = residentPids();
+  for (auto _ : state) {
+    for (int pid : pids) benchmark::DoNotOptimize(readProcFile(pid, "smaps_rollup"));
+  }
+  countPerProcess(state, pids.size());
+}
+
 // The tool's own CPU time (from its resource usage), so that it is set
 // against the daemon's CPU time and not against fork and exec. `expected`
 // is the exit status of a run that did the whole walk.
@@ -224,6 +255,15 @@ void registerProcessScanBenchmarks(const std::vector<long>& sizes) {
       {"CrossingSnapshotMemoryCrossing", [](benchmark::State& s) { snapshotAtCrossing(s, true); }},
       {"CrossingSnapshotCrossing_LowerBound", snapshotAtCrossingLowerBound},
   };
+  // PSS costs the same per process at any count of processes: measured once,
+  // at the first size.
+  const std::pair<const char*, void (*)(benchmark::State&)> pssReads[] = {
+      {"PssFromRollup", rollupPss},
+      {"PssFromRollup_LowerBound", rollupLowerBound},
+  };
+  for (const auto& [name, run] : pssReads) {
+    benchmark::RegisterBenchmark(name, run)->Arg(sizes.front())->Unit(benchmark::kMicrosecond);
+  }
   // All scans at one size before the next size, so the children are started
   // once per size.
   for (long size : sizes) {

@@ -42,8 +42,10 @@ class TabletDevice {
 };
 
 // The factory's monitor of this name, initialised; the others are dropped.
-// The monitors are never freed in the daemon either.
+// The monitors are never freed in the daemon either. The pressure monitor is
+// built with its extension switched on, with the extension's defaults.
 MonitorInterface* factoryMonitor(const std::string& name) {
+  HalvexConfig::instance().extensions.pressure.active = name == "PressureMonitor";
   std::vector<MonitorInterface*> monitors;
   configureMonitors(120, false, monitors, false);
   for (MonitorInterface* monitor : monitors) {
@@ -82,6 +84,12 @@ const MonitorCase kCases[] = {
       "/sys/kernel/mm/ksm/pages_sharing_always", "/sys/kernel/slab/ksm_rmap_item/object_size"},
      {}},
     {"DiskUsageMonitor", false, 5, {}, {"/data", "/system"}},
+    // A forced check samples and reports.
+    {"PressureMonitor",
+     true,
+     0,
+     {"/proc/pressure/memory", "/proc/pressure/cpu", "/proc/pressure/io"},
+     {}},
 };
 
 void monitorCheck(benchmark::State& state, const MonitorCase& which) {

@@ -10,6 +10,7 @@
 #include "monitors/DiskUsageMonitor.h"
 #include "monitors/MemoryUsageMonitor.h"
 #include "monitors/ProcessCpuMonitor.h"
+#include "monitors/PressureMonitor.h"
 #include "monitors/ProcessMemMonitor.h"
 #include "monitors/SystemMemMonitor.h"
 #include "platform/LogBuffers.h"
@@ -109,8 +110,9 @@ void attachCrossingSnapshot(const MonitorRow& row, MonitorInterface* monitor,
 bool configureMonitors(unsigned long sampleInterval, bool optionsGiven,
                        std::vector<MonitorInterface*>& monitors, bool) {
   try {
-    // Room first, so that appending a built monitor cannot throw and lose it.
-    monitors.reserve(monitors.size() + std::size(kMonitorTable));
+    // Room first, so that appending a built monitor cannot throw and lose it
+    // (one more for the pressure monitor).
+    monitors.reserve(monitors.size() + std::size(kMonitorTable) + 1);
     crossingsnapshot::CrossingSnapshot* snapshot = nullptr;
     for (const MonitorRow& row : kMonitorTable) {
       monitor_config config;
@@ -125,6 +127,10 @@ bool configureMonitors(unsigned long sampleInterval, bool optionsGiven,
       logMonitorConfig(config);
       monitors.push_back(row.build(config));
       attachCrossingSnapshot(row, monitors.back(), snapshot);
+    }
+    const ExtensionConfig& extensions = HalvexConfig::instance().extensions;
+    if (extensions.pressure.active) {
+      monitors.push_back(new pressuremonitor::PressureMonitor(extensions.pressure));
     }
   } catch (const std::bad_alloc&) {
     // A monitor whose construction threw has already been freed by `new`;

@@ -118,11 +118,16 @@ inline constexpr const char* kDaemonCostFields[] = {
 inline constexpr MonitorPublishNames kDaemonCost = {"DaemonCost", nullptr, "DaemonCost",
                                                     kDaemonCostFields, 11};
 
+// Pressure stall statistics as plain values, no system-health sample.
+inline constexpr MonitorPublishNames kPressureMonitor = {"PressureMonitor", nullptr,
+                                                         "PressureStall", nullptr, 0};
+
 // Every extension that publishes, with the extension of "HalvexExtensions"
 // that switches it.
 inline constexpr ExtensionPublishNames kEveryExtension[] = {
     {"CrossingSnapshot", &kCrossingSnapshot},
     {"DaemonCost", &kDaemonCost},
+    {"Pressure", &kPressureMonitor},
 };
 
 }  // namespace publishnames

@@ -7,7 +7,6 @@
 
 #include "config/HalvexConfig.h"
 #include "platform/LogBuffers.h"
-#include "platform/Sysroot.h"
 
 namespace halvexd::crossingsnapshot {
 namespace {
@@ -115,10 +114,12 @@ std::vector<CrossingSnapshot::Entry> CrossingSnapshot::top(std::vector<Entry> ca
 }
 
 bool CrossingSnapshot::readPss(int32_t pid, unsigned long& pssKb) {
-  // Without the kernel's PSS file there is no figure to give, and asking for
-  // one would log a failure per process.
-  if (access(sysrootPath("/proc/perfinfo").c_str(), F_OK) != 0) return false;
-  return StatUtil::getProcessPss(pid, pssKb);
+  if (StatUtil::havePerfinfo()) return StatUtil::getProcessPss(pid, pssKb);
+  // Without the kernel's PSS file, smaps_rollup answers where the extension
+  // asks for it, as for the per-process memory monitor; otherwise there is no
+  // figure to give, and asking /proc/perfinfo would log a failure per process.
+  return HalvexConfig::instance().extensions.smapsRollupPss.active &&
+         StatUtil::getProcessPssFromRollup(pid, pssKb);
 }
 
 void CrossingSnapshot::write(Event event, const std::string& metric, int threshold,

@@ -62,7 +62,8 @@ class CrossingSnapshot {
   std::vector<Entry> cpuGrowth(uint64_t totalTicks);
   // Keeps the `topProcesses` largest values, names them.
   std::vector<Entry> top(std::vector<Entry> candidates) const;
-  // PSS where a source answers: /proc/perfinfo when the device has it.
+  // PSS where a source answers: /proc/perfinfo when the device has it, else
+  // smaps_rollup with the "SmapsRollupPss" extension on.
   static bool readPss(int32_t pid, unsigned long& pssKb);
   void write(Event event, const std::string& metric, int threshold, const std::vector<Entry>& top,
              bool memory);

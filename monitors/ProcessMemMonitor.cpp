@@ -32,6 +32,13 @@ ProcessMemMonitor::ProcessMemMonitor(monitor_config config) : MonitorInterface(c
   if (StatUtil::getMeminfo(meminfo)) {
     memTotalKb = meminfo.memTotal;
   }
+  if (HalvexConfig::instance().extensions.smapsRollupPss.active) {
+    // /proc/perfinfo, where the kernel has it, stays the source.
+    pssFromRollup = !StatUtil::havePerfinfo();
+    __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_INFO, kTag,
+                            pssFromRollup ? "PSS from /proc/<pid>/smaps_rollup: no /proc/perfinfo"
+                                          : "PSS from /proc/perfinfo");
+  }
 }
 
 bool ProcessMemMonitor::init() {
@@ -58,9 +65,11 @@ void ProcessMemMonitor::resetSampleData() {
 }
 
 bool ProcessMemMonitor::constructProcessLists() {
-  if (!StatUtil::getProcessListRss(pids)) {
+  std::vector<int32_t> rssPages;
+  if (!StatUtil::getProcessListRss(pids, pssFromRollup ? &rssPages : nullptr)) {
     return false;
   }
+  if (pssFromRollup) rankByResidentSize(rssPages);
   for (int32_t pid : pids) {
     char name[kProcessNameSize] = {};
     if (!StatUtil::getProcessName(pid, name)) continue;
@@ -121,12 +130,27 @@ bool ProcessMemMonitor::getNewSnapshot(bool all) {
   return true;
 }
 
+void ProcessMemMonitor::rankByResidentSize(const std::vector<int32_t>& rssPages) {
+  // PSS never exceeds the resident size, which the stat file gives for
+  // nothing; ties keep /proc's order.
+  std::vector<size_t> order(pids.size());
+  for (size_t i = 0; i < order.size(); ++i) order[i] = i;
+  std::stable_sort(order.begin(), order.end(),
+                   [&rssPages](size_t a, size_t b) { return rssPages[a] > rssPages[b]; });
+  std::vector<int32_t> ranked;
+  ranked.reserve(pids.size());
+  for (size_t i : order) ranked.push_back(pids[i]);
+  pids.swap(ranked);
+}
+
 void ProcessMemMonitor::measure(int32_t pid) {
   ProcessMemData data;
   data.pid = pid;
   StatUtil::getProcessName(pid, data.name);
   unsigned long pssKb = 0;
-  if (!StatUtil::getProcessPss(pid, pssKb)) {
+  const bool read = pssFromRollup ? StatUtil::getProcessPssFromRollup(pid, pssKb)
+                                  : StatUtil::getProcessPss(pid, pssKb);
+  if (!read) {
     __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_ERROR, kTag,
                             "Could not read the PSS for pid %d\n", pid);
     return;

@@ -27,7 +27,8 @@ bool PssCompare(ProcessMemData a, ProcessMemData b);
 class ProcessMemMonitor : public MonitorInterface {
  public:
   // Reads the total memory once; it stays 0 when /proc/meminfo is unreadable
-  // (then no shares of the total are reported).
+  // (then no shares of the total are reported). With the smaps_rollup
+  // extension on, decides once where PSS comes from and says so in one line.
   explicit ProcessMemMonitor(monitor_config config);
   ~ProcessMemMonitor() override = default;
 
@@ -49,6 +50,9 @@ class ProcessMemMonitor : public MonitorInterface {
   bool getNewSnapshot(bool all);
   void resetSampleData();
   // The cycle's pids (those with memory) and the names that could be read.
+  // Where PSS comes from smaps_rollup, the names go largest resident size
+  // first, so each cycle's early runs measure the processes most likely to
+  // be large.
   bool constructProcessLists();
 
   std::vector<ProcessMemData> processMemData;
@@ -59,11 +63,16 @@ class ProcessMemMonitor : public MonitorInterface {
   int32_t batchIndex = 0;
   bool needsReset = true;
   uint64_t memTotalKb = 0;
+  // True when /proc/perfinfo is missing and the extension lets
+  // /proc/<pid>/smaps_rollup answer instead.
+  bool pssFromRollup = false;
 
  private:
   // Reads the PSS of `pid` into the measurements; one error line if it
   // cannot be read.
   void measure(int32_t pid);
+  // Reorders `pids` by `rssPages` (one per pid), largest first.
+  void rankByResidentSize(const std::vector<int32_t>& rssPages);
 };
 
 }  // namespace halvexd::processmemmonitor

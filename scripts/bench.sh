@@ -54,7 +54,16 @@ extended_tree="$out/device-extensions"
 mkdir -p "$extended_tree/system/system_ext/etc" "$extended_tree/data"
 ln -s /proc "$extended_tree/proc"
 ln -s /sys "$extended_tree/sys"
-cp android/halvex_config_extensions.json "$extended_tree/system/system_ext/etc/halvex_config.json"
+# Its pressure monitor keeps its own sample interval whatever -s says: set to
+# a day, as -s 100000 sets the others, so that the idle ticks stay idle (its
+# check has its own row in section 2).
+python3 - android/halvex_config_extensions.json \
+  "$extended_tree/system/system_ext/etc/halvex_config.json" <<'PY'
+import json, sys
+config = json.load(open(sys.argv[1]))
+config["HalvexExtensions"]["Pressure"]["Sample_interval_ticks"] = 86400
+json.dump(config, open(sys.argv[2], "w"), indent=2)
+PY
 
 uptime_s=$(cut -d. -f1 /proc/uptime)
 if [ "$uptime_s" -lt 180 ]; then

@@ -7,10 +7,13 @@
 #                                changes every second as a running device
 #   bash scripts/run.sh --live   over this machine's own /proc and /sys
 #   bash scripts/run.sh --seed N the sample tablet's moves from seed N
-#   bash scripts/run.sh --config FILE
-#                                the sample tablet with FILE as its
-#                                configuration (e.g.
-#                                android/halvex_config_extensions.json)
+#   bash scripts/run.sh [--live] --config FILE
+#                                with FILE as the device's configuration
+#                                (e.g. android/halvex_config_extensions.json,
+#                                every extension on)
+#   bash scripts/run.sh [--live] --no-perfinfo
+#                                a device without /proc/perfinfo (with the
+#                                configuration above, PSS from smaps_rollup)
 #   bash scripts/run.sh [--live] -s 1 -t 1
 #                                one daemon with these options instead
 #
@@ -25,11 +28,13 @@ cd "$(dirname "$0")/.."
 live=0
 seed=1
 config=""
+perfinfo=1
 while [ $# -gt 0 ]; do
   case "$1" in
     --live) live=1 ;;
     --seed) seed="$2"; shift ;;
     --config) config="$2"; shift ;;
+    --no-perfinfo) perfinfo=0 ;;
     *) break ;;
   esac
   shift
@@ -65,16 +70,26 @@ stop() {
 trap stop EXIT
 trap 'exit 0' INT TERM
 
+device_args=()
+[ "$perfinfo" = 0 ] && device_args+=(--no-perfinfo)
 if [ "$live" = 1 ]; then
-  build/halvex-devicesim --live --config "${config:-android/halvex_config.json}" "$sysroot/root" &
+  build/halvex-devicesim --live --config "${config:-android/halvex_config.json}" \
+    "${device_args[@]}" "$sysroot/root" &
 else
   build/halvex-devicesim --seed "$seed" --from tests/fixtures/tablet ${config:+--config "$config"} \
-    "$sysroot/root" &
+    "${device_args[@]}" "$sysroot/root" &
 fi
 pids+=($!)
-# /proc/perfinfo is the last thing the device makes.
-for _ in $(seq 100); do [ -p "$sysroot/root/proc/perfinfo" ] && break; sleep 0.1; done
-[ -p "$sysroot/root/proc/perfinfo" ] || { echo "the device did not start" >&2; exit 1; }
+# /proc/perfinfo is the last thing the device makes; without it, the
+# tablet's pressure files are written after everything else the daemons read
+# first, and the live sysroot's /proc links after its configuration.
+ready=(-p "$sysroot/root/proc/perfinfo")
+if [ "$perfinfo" = 0 ]; then
+  ready=(-e "$sysroot/root/proc/pressure/io")
+  [ "$live" = 1 ] && ready=(-e "$sysroot/root/proc/uptime")
+fi
+for _ in $(seq 100); do [ "${ready[@]}" ] && break; sleep 0.1; done
+[ "${ready[@]}" ] || { echo "the device did not start" >&2; exit 1; }
 
 export HALVEXD_SYSROOT="$sysroot/root"
 if [ ${#daemon_args[@]} -gt 0 ]; then

@@ -142,6 +142,22 @@ bool parsePerfinfoPss(std::string_view line, unsigned long& pssKb) {
   return true;
 }
 
+bool parseSmapsRollupPss(std::string_view text, unsigned long& pssKb) {
+  bool found = false;
+  bool whole = false;
+  uint64_t value = 0;
+  textscan::forEachLine(text, [&](std::string_view line) {
+    const bool endsInNewline = line.data() + line.size() < text.data() + text.size();
+    if (found || textscan::nextWord(line) != "Pss:") return;
+    found = true;
+    whole = endsInNewline && textscan::nextUnsigned(line, value) &&
+            textscan::nextWord(line) == "kB" && textscan::nextWord(line).empty();
+  });
+  if (!whole) return false;
+  pssKb = value;
+  return true;
+}
+
 size_t parseKeyedNumbers(std::string_view text, const std::vector<KeyedNumber>& keys) {
   std::vector<bool> found(keys.size(), false);
   size_t count = 0;

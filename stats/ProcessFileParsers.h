@@ -1,5 +1,5 @@
 // Pure parsers of the per-process kernel files (/proc/<pid>/stat, comm,
-// cmdline) and of the answer of /proc/perfinfo.
+// cmdline, smaps_rollup) and of the answer of /proc/perfinfo.
 #pragma once
 
 #include <cstddef>
@@ -97,6 +97,13 @@ bool parseProcessCmdline(std::string_view raw, std::string& cmdline);
 // answer does not start with "Pss:" followed by a decimal number that fits
 // 64 bits.
 bool parsePerfinfoPss(std::string_view line, unsigned long& pssKb);
+
+// The figure of the "Pss:" line of /proc/<pid>/smaps_rollup text, in kB. The
+// line must be whole: "Pss:", a decimal number that fits 64 bits, "kB" and
+// its newline, so a reading cut short by a process that ended never passes
+// for a smaller figure. False when no such line is there (the first "Pss:"
+// line decides; "Pss_Anon:" and the like are other lines).
+bool parseSmapsRollupPss(std::string_view text, unsigned long& pssKb);
 
 // A keyed number of a "Key:   123 kB" file (/proc/<pid>/status,
 // /proc/<pid>/smaps_rollup): the key to look for and where the number goes.

@@ -48,9 +48,12 @@ constexpr size_t kSingleValueReadBytes = 4096;
 // process on the device, so files are read with plain read calls in
 // page-sized chunks: a stdio stream would allocate its own buffer and ask for
 // the file's status first, and reading it a character at a time takes its
-// lock once per character.
+// lock once per character. A read that fails ends the reading; its error
+// goes to `readError` when one is given (an open failure leaves errno set
+// instead).
 template <typename PieceFn>
-bool readDeviceFilePieces(const std::string& devicePath, size_t maxBytes, PieceFn onPiece) {
+bool readDeviceFilePieces(const std::string& devicePath, size_t maxBytes, PieceFn onPiece,
+                          int* readError = nullptr) {
   int fd = open(sysrootPath(devicePath.c_str()).c_str(), O_RDONLY | O_CLOEXEC);
   if (fd < 0) {
     return false;
@@ -60,6 +63,7 @@ bool readDeviceFilePieces(const std::string& devicePath, size_t maxBytes, PieceF
   while (total < maxBytes) {
     ssize_t got = read(fd, chunk, std::min(sizeof(chunk), maxBytes - total));
     if (got < 0 && errno == EINTR) continue;
+    if (got < 0 && readError != nullptr) *readError = errno;
     if (got <= 0) break;
     total += static_cast<size_t>(got);
     if (!onPiece(std::string_view(chunk, static_cast<size_t>(got)))) break;
@@ -71,9 +75,9 @@ bool readDeviceFilePieces(const std::string& devicePath, size_t maxBytes, PieceF
 // Up to `maxBytes` of the file's text, cut after the first newline when
 // `oneLine` is set; false when it cannot be opened.
 bool readDeviceFile(const std::string& devicePath, size_t maxBytes, bool oneLine,
-                    std::string& text) {
+                    std::string& text, int* readError = nullptr) {
   text.clear();
-  return readDeviceFilePieces(devicePath, maxBytes, [&text, oneLine](std::string_view received) {
+  auto onPiece = [&text, oneLine](std::string_view received) {
     size_t newline = oneLine ? received.find('\n') : std::string_view::npos;
     if (newline != std::string_view::npos) {
       text.append(received.substr(0, newline + 1));
@@ -81,7 +85,8 @@ bool readDeviceFile(const std::string& devicePath, size_t maxBytes, bool oneLine
     }
     text.append(received);
     return true;
-  });
+  };
+  return readDeviceFilePieces(devicePath, maxBytes, onPiece, readError);
 }
 
 // The longest part of a table file (meminfo, lmk_stats, /proc/stat) that is
@@ -125,6 +130,12 @@ uint64_t readCountOrZero(const std::string& path) {
 
 constexpr const char* kProcDir = "/proc";
 constexpr const char* kPerfinfoPath = "/proc/perfinfo";
+constexpr const char* kPressureDir = "/proc/pressure/";
+
+// smaps_rollup is about 1 KiB, its Pss line the third; a pressure file is
+// two lines of under 80 bytes.
+constexpr size_t kRollupReadBytes = 4096;
+constexpr size_t kPressureReadBytes = 4096;
 
 // /proc/<pid>/stat is read as one line of at most this many bytes; the
 // fields kept end well within it.
@@ -338,7 +349,7 @@ bool getProcessList(std::vector<int>& pids) {
   return true;
 }
 
-bool getProcessListRss(std::vector<int>& pids) {
+bool getProcessListRss(std::vector<int>& pids, std::vector<int32_t>* rssPages) {
   std::vector<int> all;
   if (!getProcessList(all) || all.empty()) {
     return false;
@@ -351,6 +362,7 @@ bool getProcessListRss(std::vector<int>& pids) {
       anyRead = true;
       if (stat.rss != 0) {
         pids.push_back(pid);
+        if (rssPages != nullptr) rssPages->push_back(stat.rss);
       }
     }
   }
@@ -452,6 +464,55 @@ bool getProcessPss(int pid, unsigned long& pssKb) {
   }
   pssKb += perfinfoKb;
   return true;
+}
+
+bool getProcessPssFromRollup(int pid, unsigned long& pssKb) {
+  pssKb = memtrackPssKb(pid);
+  unsigned long rollupKb = 0;
+  if (!getSmapsRollupPssFromFile(procPidPath(pid, "smaps_rollup"), rollupKb)) {
+    return false;
+  }
+  pssKb += rollupKb;
+  return true;
+}
+
+bool getSmapsRollupPssFromFile(const std::string& path, unsigned long& pssKb) {
+  std::string text;
+  if (!readDeviceFile(path, kRollupReadBytes, false, text)) {
+    return false;
+  }
+  if (!parseSmapsRollupPss(text, pssKb)) {
+    __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_ERROR, kTag, "Failed to parse %s",
+                            path.c_str());
+    return false;
+  }
+  return true;
+}
+
+bool havePerfinfo() {
+  return access(sysrootPath(kPerfinfoPath).c_str(), F_OK) == 0;
+}
+
+int getPressure(const char* resource, PressureStall& out) {
+  return getPressureFromFile(std::string(kPressureDir) + resource, out);
+}
+
+int getPressureFromFile(const std::string& path, PressureStall& out) {
+  std::string text;
+  int readError = 0;
+  errno = 0;
+  if (!readDeviceFile(path, kPressureReadBytes, false, text, &readError)) {
+    return errno != 0 ? errno : ENOENT;
+  }
+  if (readError != 0) {
+    return readError;
+  }
+  if (!parsePressure(text, out)) {
+    __android_log_buf_print(kSystemLogBuffer, ANDROID_LOG_ERROR, kTag, "Failed to parse %s",
+                            path.c_str());
+    return EBADMSG;
+  }
+  return 0;
 }
 
 bool getKeyedNumbersFromFile(const std::string& path, const std::vector<KeyedNumber>& keys) {

@@ -87,9 +87,10 @@ bool getLmkStatsFromFile(const char* path, std::map<std::string, unsigned long>&
 bool getProcessList(std::vector<int>& pids);
 
 // Appends the ids of the processes whose stat reads and whose rss is not 0;
-// kernel threads (rss 0) are thereby left out. False when /proc cannot be
-// listed, lists nothing, or no stat file could be read.
-bool getProcessListRss(std::vector<int>& pids);
+// kernel threads (rss 0) are thereby left out. With `rssPages`, each listed
+// process's rss (in pages) is appended to it as well. False when /proc cannot
+// be listed, lists nothing, or no stat file could be read.
+bool getProcessListRss(std::vector<int>& pids, std::vector<int32_t>* rssPages = nullptr);
 
 // Parses the first line (at most 511 bytes) of /proc/<pid>/stat into `stat`.
 // False without a log when the file is missing; false after logging (error)
@@ -128,6 +129,30 @@ bool getProcessCmdlineFromFile(const std::string& path, std::string& cmdline);
 // without a line when it answers nothing. `pssKb` is set on entry and may
 // hold the graphics part after a false result.
 bool getProcessPss(int pid, unsigned long& pssKb);
+
+// Proportional set size of `pid` in kB where /proc/perfinfo is missing: the
+// memory tracker's graphics part (as getProcessPss) plus the "Pss:" line of
+// /proc/<pid>/smaps_rollup. The kernel walks the process's page tables to
+// answer, so this costs far more than the stat or comm files. False without a
+// line when the file is missing (the process has ended); false after logging
+// (error) "Failed to parse /proc/<pid>/smaps_rollup" when it holds no whole
+// Pss line (one cut short as the process ended, say). `pssKb` as for
+// getProcessPss.
+bool getProcessPssFromRollup(int pid, unsigned long& pssKb);
+// The smaps_rollup part alone, from the file at device path `path`.
+bool getSmapsRollupPssFromFile(const std::string& path, unsigned long& pssKb);
+
+// True when the device has /proc/perfinfo.
+bool havePerfinfo();
+
+// Reads /proc/pressure/<resource> ("memory", "cpu" or "io") with
+// parsePressure. 0 on success; otherwise the system error number of the
+// open or of a failed read (ENOENT on a kernel without pressure stall
+// information, EOPNOTSUPP on one that has it switched off), or EBADMSG after
+// logging (error) "Failed to parse <path>" when the text does not parse. At
+// most 4 KiB are read: a file that goes on fails to parse.
+int getPressure(const char* resource, PressureStall& out);
+int getPressureFromFile(const std::string& path, PressureStall& out);
 
 // The keyed numbers (parseKeyedNumbers) of the file at device path `path`,
 // read up to 64 KiB. False when the file cannot be read or holds none of

@@ -134,4 +134,62 @@ std::vector<unsigned long> parseCpuTimes(std::string_view text) {
   return times;
 }
 
+namespace {
+
+// "<key>=<digits>.<two digits>" as hundredths, at most 100.00.
+bool parsePressureAverage(std::string_view word, std::string_view key, uint32_t& hundredths) {
+  if (word.substr(0, key.size()) != key) return false;
+  word.remove_prefix(key.size());
+  const size_t point = word.find('.');
+  if (point == std::string_view::npos || point == 0 || word.size() != point + 3) return false;
+  std::string_view whole = word.substr(0, point);
+  std::string_view fraction = word.substr(point + 1);
+  uint64_t units = 0;
+  uint64_t cents = 0;
+  if (!textscan::nextUnsigned(whole, units) || !whole.empty() ||
+      !textscan::nextUnsigned(fraction, cents) || !fraction.empty()) {
+    return false;
+  }
+  if (units > 100 || units * 100 + cents > 10000) return false;
+  hundredths = static_cast<uint32_t>(units * 100 + cents);
+  return true;
+}
+
+bool parsePressureLine(std::string_view rest, PressureLine& line) {
+  uint64_t total = 0;
+  if (!parsePressureAverage(textscan::nextWord(rest), "avg10=", line.avg10) ||
+      !parsePressureAverage(textscan::nextWord(rest), "avg60=", line.avg60) ||
+      !parsePressureAverage(textscan::nextWord(rest), "avg300=", line.avg300)) {
+    return false;
+  }
+  std::string_view totalWord = textscan::nextWord(rest);
+  constexpr std::string_view kTotal = "total=";
+  if (totalWord.substr(0, kTotal.size()) != kTotal) return false;
+  totalWord.remove_prefix(kTotal.size());
+  if (!textscan::nextUnsigned(totalWord, total) || !totalWord.empty() ||
+      !textscan::nextWord(rest).empty()) {
+    return false;
+  }
+  line.totalUs = total;
+  line.present = true;
+  return true;
+}
+
+}  // namespace
+
+bool parsePressure(std::string_view text, PressureStall& out) {
+  out = PressureStall{};
+  bool ok = true;
+  textscan::forEachLine(text, [&](std::string_view line) {
+    const bool endsInNewline = line.data() + line.size() < text.data() + text.size();
+    std::string_view kind = textscan::nextWord(line);
+    PressureLine* target = kind == "some" ? &out.some : kind == "full" ? &out.full : nullptr;
+    if (!ok || !endsInNewline || target == nullptr || target->present ||
+        !parsePressureLine(line, *target)) {
+      ok = false;
+    }
+  });
+  return ok && out.some.present;
+}
+
 }  // namespace halvexd

@@ -77,4 +77,32 @@ constexpr size_t kMaxCpuTimeCounters = 64;
 // kept. Empty when the text starts otherwise.
 std::vector<unsigned long> parseCpuTimes(std::string_view text);
 
+// One line of a /proc/pressure file: the share of wall time in which some
+// (or, for "full", all) runnable tasks were stalled on the resource, averaged
+// over 10, 60 and 300 seconds, in hundredths of a percent (0 to 10000), and
+// the stall time since boot in microseconds.
+struct PressureLine {
+  bool present = false;
+  uint32_t avg10 = 0;
+  uint32_t avg60 = 0;
+  uint32_t avg300 = 0;
+  uint64_t totalUs = 0;
+};
+
+// /proc/pressure/memory, cpu or io. "full" is absent on kernels that do not
+// give it for the resource (cpu before 5.13).
+struct PressureStall {
+  PressureLine some;
+  PressureLine full;
+};
+
+// Parses the text of a /proc/pressure file: lines "some" and, optionally,
+// "full", each "avg10=A avg60=B avg300=C total=T" with the averages written
+// with two decimals ("12.34") and T a decimal number that fits 64 bits. Every
+// line must end in a newline (the kernel always writes one), so text cut
+// short never yields a figure. False, with `out` in an unspecified state,
+// when "some" is missing, a line is malformed, repeated or unknown, or an
+// average is above 100.00.
+bool parsePressure(std::string_view text, PressureStall& out);
+
 }  // namespace halvexd

@@ -15,6 +15,8 @@
 #include <thread>
 
 #include "platform/LogBuffers.h"
+#include "stats/ProcessFileParsers.h"
+#include "stats/SystemFileParsers.h"
 #include "tests/support/DaemonProcess.h"
 #include "tests/support/TestSupport.h"
 #include "tools/devicesim/PerfinfoServer.h"
@@ -58,7 +60,7 @@ TEST(DeviceSimTest, SameSeedMovesTheTreeTheSameWayAndMovesItLikeADevice) {
   const std::string before = snapshot(a.path()).at("proc/lmk_stats");
   uint64_t previousTotal = 0;
   std::set<std::string> pidsBefore, gone;
-  bool pidReused = false, memoryAbove95 = false;
+  bool pidReused = false, memoryAbove95 = false, memoryStalled = false;
   for (int second = 1; second <= 60; ++second) {
     for (int quarter = 0; quarter < SampleDevice::kStepsPerSecond; ++quarter) {
       first.step();
@@ -79,6 +81,13 @@ TEST(DeviceSimTest, SameSeedMovesTheTreeTheSameWayAndMovesItLikeADevice) {
     ASSERT_EQ(files, snapshot(b.path())) << "second " << second;
     const std::string& meminfo = files.at("proc/meminfo");
     memoryAbove95 |= lineValue(meminfo, "MemAvailable") * 100 < lineValue(meminfo, "MemTotal") * 5;
+    // Memory stalls follow the spells, and smaps_rollup says what perfinfo says.
+    PressureStall memory;
+    ASSERT_TRUE(parsePressure(files.at("proc/pressure/memory"), memory)) << "second " << second;
+    memoryStalled |= memory.some.avg10 >= 1000 && memory.full.present;
+    unsigned long pss = 0;
+    ASSERT_TRUE(parseSmapsRollupPss(files.at("proc/1024/smaps_rollup"), pss));
+    EXPECT_EQ(first.perfinfoAnswer("1024"), "Pss: " + std::to_string(pss) + " kB\n");
     std::set<std::string> pidsNow;
     for (const auto& [path, text] : files) {
       if (path.size() > 5 && path.compare(path.size() - 5, 5, "/stat") == 0) pidsNow.insert(path);
@@ -91,6 +100,7 @@ TEST(DeviceSimTest, SameSeedMovesTheTreeTheSameWayAndMovesItLikeADevice) {
   }
   EXPECT_NE(snapshot(a.path()), snapshot(c.path()));
   EXPECT_TRUE(memoryAbove95);
+  EXPECT_TRUE(memoryStalled);
   EXPECT_GT(lineValue(snapshot(a.path()).at("proc/lmk_stats"), "Total"), lineValue(before, "Total"));
   EXPECT_TRUE(pidReused);
   EXPECT_FALSE(gone.empty());

@@ -39,7 +39,9 @@ TEST_P(GoldenRunTest, WholeLogOfBothBuffersMatchesTheExpectedFile) {
 INSTANTIATE_TEST_SUITE_P(Scenarios, GoldenRunTest,
                          ::testing::Values("tablet-day", "sample-option", "edge-figures",
                                            "old-zram", "service-off", "hostile-files",
-                                           "large-data", "disk-shares", "crossing-snapshot"),
+                                           "large-data", "disk-shares", "stock-kernel",
+                                           "perfinfo-kept", "extensions-off",
+                                           "crossing-snapshot"),
                          [](const ::testing::TestParamInfo<std::string>& info) {
                            std::string name = info.param;
                            for (char& c : name) c = c == '-' ? '_' : c;

@@ -3,6 +3,7 @@
 // device test module runs it too.
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <limits>
 #include <map>
@@ -212,6 +213,62 @@ TEST(PerfinfoParserTest, FigureOfAPssAnswer) {
   }
 }
 
+TEST(SmapsRollupParserTest, OnlyAWholePssLineGivesAFigure) {
+  const std::string head = "00400000-7ffff000 ---p 00000000 00:00 0 [rollup]\nRss: 900 kB\n";
+  const std::pair<std::string, long long> rows[] = {  // text after head, kB (-1: false)
+      {"Pss:  183000 kB\nPss_Anon: 7 kB\n", 183000},
+      {"Pss_Anon: 7 kB\nPss: 5 kB\n", 5},  // a longer key is another line
+      {"Pss_Anon: 7 kB\n", -1},             // no Pss line at all
+      {"Pss: 183", -1},                     // cut short: the figure may be a prefix
+      {"Pss: 183 kB", -1},                  // cut before its newline
+      {"Pss: 18446744073709551616 kB\n", -1},  {"Pss: -5 kB\n", -1},
+      {"Pss: 5 MB\n", -1},  {"Pss: 5 kB x\n", -1},  {"Pss: 5 kB\nPss: 6 kB\n", 5},
+  };
+  for (const auto& [tail, kb] : rows) {
+    unsigned long value = 99;
+    EXPECT_EQ(parseSmapsRollupPss(head + tail, value), kb >= 0) << tail;
+    EXPECT_EQ(value, kb >= 0 ? static_cast<unsigned long>(kb) : 99ul) << tail;
+  }
+}
+
+TEST(PressureParserTest, TwoDecimalAveragesUpToAHundredAndWholeLinesOnly) {
+  const std::string some = "some avg10=12.34 avg60=0.05 avg300=100.00 total=18446744073709551615\n";
+  const std::string full = "full avg10=0.00 avg60=1.00 avg300=2.00 total=7\n";
+  // text, then some's avg10, avg60, avg300, total and full's avg60 (-1: false)
+  using Row = std::tuple<std::string, int, int, int, uint64_t, int>;
+  const Row rows[] = {
+      {some + full, 1234, 5, 10000, kMax, 100},
+      {some, 1234, 5, 10000, kMax, -1},  // no "full" line (cpu before 5.13)
+      {full + some, 1234, 5, 10000, kMax, 100},
+      {full, -1, 0, 0, 0, 0},  {"", -1, 0, 0, 0, 0},  {some + some, -1, 0, 0, 0, 0},
+      {some + "half avg10=0.00 avg60=0.00 avg300=0.00 total=0\n", -1, 0, 0, 0, 0},
+      {some + full.substr(0, 30), -1, 0, 0, 0, 0},          // cut short
+      {some.substr(0, some.size() - 1), -1, 0, 0, 0, 0},    // cut before the newline
+      {"some avg10=100.01 avg60=0.00 avg300=0.00 total=0\n", -1, 0, 0, 0, 0},
+      {"some avg10=101.00 avg60=0.00 avg300=0.00 total=0\n", -1, 0, 0, 0, 0},
+      {"some avg10=99999999999999999999.00 avg60=0.00 avg300=0.00 total=0\n", -1, 0, 0, 0, 0},
+      // x 100 + 16 is 2^64, which would wrap to 0.00
+      {"some avg10=184467440737095516.16 avg60=0.00 avg300=0.00 total=0\n", -1, 0, 0, 0, 0},
+      {"some avg10=1.5 avg60=0.00 avg300=0.00 total=0\n", -1, 0, 0, 0, 0},
+      {"some avg10=.50 avg60=0.00 avg300=0.00 total=0\n", -1, 0, 0, 0, 0},
+      {"some avg10=-1.00 avg60=0.00 avg300=0.00 total=0\n", -1, 0, 0, 0, 0},
+      {"some avg10=1.-5 avg60=0.00 avg300=0.00 total=0\n", -1, 0, 0, 0, 0},
+      {"some avg60=0.00 avg10=1.00 avg300=0.00 total=0\n", -1, 0, 0, 0, 0},
+      {"some avg10=1.00 avg60=0.00 avg300=0.00 total=18446744073709551616\n", -1, 0, 0, 0, 0},
+      {"some avg10=1.00 avg60=0.00 avg300=0.00 total=-1\n", -1, 0, 0, 0, 0},
+      {"some avg10=1.00 avg60=0.00 avg300=0.00\n", -1, 0, 0, 0, 0},
+      {"some avg10=1.00 avg60=0.00 avg300=0.00 total=5 more\n", -1, 0, 0, 0, 0},
+  };
+  for (const auto& [text, avg10, avg60, avg300, total, fullAvg60] : rows) {
+    PressureStall p;
+    ASSERT_EQ(parsePressure(text, p), avg10 >= 0) << text;
+    if (avg10 < 0) continue;
+    EXPECT_EQ(std::make_tuple(p.some.avg10, p.some.avg60, p.some.avg300, p.some.totalUs),
+              std::make_tuple(avg10, avg60, avg300, total)) << text;
+    EXPECT_EQ(p.full.present ? static_cast<int>(p.full.avg60) : -1, fullAvg60) << text;
+  }
+}
+
 // A file that never ends (a device where a kernel file belongs) gives each
 // reader a bounded reading; the command line's bound is pinned exactly above.
 TEST(EndlessKernelFileTest, ReadersStopAtTheirBound) {
@@ -227,6 +284,13 @@ TEST(EndlessKernelFileTest, ReadersStopAtTheirBound) {
   unsigned long value = 7;
   EXPECT_TRUE(StatUtil::getUintValueFromFile(value, endless));
   EXPECT_EQ(value, 0u);
+  EXPECT_FALSE(StatUtil::getSmapsRollupPssFromFile(endless, value));
+  PressureStall pressure;
+  EXPECT_EQ(StatUtil::getPressureFromFile(endless, pressure), EBADMSG);
+  // A file that opens but fails to read (as one of a kernel with pressure
+  // stall information switched off does) says why.
+  EXPECT_EQ(StatUtil::getPressureFromFile("/", pressure), EISDIR);
+  EXPECT_EQ(StatUtil::getPressureFromFile("/nonexistent/pressure", pressure), ENOENT);
 }
 
 }  // namespace

@@ -142,7 +142,8 @@ TEST(ConfigCheckTest, EachCommittedConfigurationGetsItsWholeReportAndStatus) {
   const std::pair<const char*, int> rows[] = {
       {"tablet", 0}, {"descriptor-gaps", 1}, {"health-name-with-plain-on", 1},
       {"interfaces-switched-off", 1}, {"names-the-daemon-never-publishes", 1},
-      {"structured-service-off", 1}, {"extensions", 1}};
+      {"structured-service-off", 1}, {"extensions", 1}, {"tablet-extensions", 0},
+      {"pressure-record-extension-off", 1}};
   for (const auto& [name, status] : rows) {
     const std::string file = fixturePath("configs/" + std::string(name));
     const std::string config = std::string(name) == "tablet" ? kTabletConfig : file + ".json";

@@ -1,8 +1,9 @@
 // The kernel files the daemon reads, given any contents. The first byte picks
 // the file (0 meminfo, 1 uptime, 2 stat, 3 lmk_stats, 4 zram, 5 KSM, 6 pid
-// stat, 7 comm and cmdline, 8 cmdline); the rest is its text. The reader
-// over the file must give what its parser gives over the part the reader
-// reads, and KSM counters must make a saving between 0 and the pages shared.
+// stat, 7 comm and cmdline, 8 cmdline, 9 smaps_rollup, 10 pressure); the rest
+// is its text. The reader over the file must give what its parser gives over
+// the part the reader reads, KSM counters must make a saving between 0 and
+// the pages shared, and no pressure average may exceed 100.00.
 #include <cstring>
 #include <tuple>
 
@@ -73,6 +74,22 @@ void processName(ByteReader& in) {
   check(expected.size() < kProcessNameSize && expected == name, "name differs from its parsers'");
 }
 
+bool pressure(const std::string& text) {
+  PressureStall fromFile, parsed;
+  const int error = StatUtil::getPressure("memory", fromFile);
+  if ((error == 0) != parsePressure(head(text, 4096), parsed)) return false;
+  if (error != 0) return true;
+  for (const auto* pair : {&fromFile.some, &fromFile.full, &parsed.some, &parsed.full}) {
+    check(pair->avg10 <= 10000 && pair->avg60 <= 10000 && pair->avg300 <= 10000,
+          "a pressure average above 100.00");
+  }
+  auto figures = [](const PressureLine& l) {
+    return std::tie(l.present, l.avg10, l.avg60, l.avg300, l.totalUs);
+  };
+  return figures(fromFile.some) == figures(parsed.some) &&
+         figures(fromFile.full) == figures(parsed.full);
+}
+
 bool zram(ByteReader& in) {
   const testing::TempDir& device = scratchDevice();
   uint8_t presence = in.byte();
@@ -96,9 +113,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size == 0) return 0;
   ByteReader in(data + 1, size - 1);
   const std::string text(reinterpret_cast<const char*>(data) + 1, size - 1);
-  const char* const files[] = {"proc/meminfo", "proc/uptime", "proc/stat", "proc/lmk_stats",
-                               "", "", "proc/4242/stat", "", "proc/31337/cmdline"};
-  const int selector = data[0] % 9;
+  const char* const files[] = {"proc/meminfo",        "proc/uptime",
+                               "proc/stat",           "proc/lmk_stats",
+                               "",                    "",
+                               "proc/4242/stat",      "",
+                               "proc/31337/cmdline",  "proc/4243/smaps_rollup",
+                               "proc/pressure/memory"};
+  const int selector = data[0] % 11;
   if (files[selector][0] != '\0') scratchDevice().write(files[selector], text);
   testing::LogCapture quiet;
   bool agree = true;
@@ -127,6 +148,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                 std::tie(b.pid, b.utime, b.stime, b.starttime, b.rss);
   } else if (selector == 7) {
     processName(in);
+  } else if (selector == 9) {
+    unsigned long fromFile = 0, parsed = 0;
+    bool read = StatUtil::getProcessPssFromRollup(4243, fromFile);
+    agree = read == parseSmapsRollupPss(head(text, 4096), parsed) && (!read || fromFile == parsed);
+  } else if (selector == 10) {
+    agree = pressure(text);
   } else {
     std::string fromFile = "untouched", parsed;
     bool read = StatUtil::getProcessCmdline(31337, fromFile);

@@ -82,6 +82,19 @@ class ReportDataTest(unittest.TestCase):
             with self.subTest(name):
                 self.assertEqual(got, expected)
 
+    def test_pressure_reports(self):
+        record = ("[metrics] 11-25 01:50:%s 1 1 I metrics.halvexd: PressureMonitorTablet:"
+                  "PressureStall:Cpu.Some.Avg10Max=%s;CT;1,Memory.Some.StallMs=7;CT;1:NR\n")
+        with tempfile.NamedTemporaryFile("w", suffix=".log", delete=False) as log:
+            log.write(record % ("00.000", "13.26") + record % ("30.500", "0"))
+        try:
+            got = figures(log.name)["pressure"]
+        finally:
+            os.unlink(log.name)
+        self.assertEqual([(p["time"], p["percent"]) for p in got],
+                         [(0.0, {"Cpu.Some.Avg10Max": 13.26}), (30.5, {"Cpu.Some.Avg10Max": 0})])
+        self.assertEqual(self.data["pressure"], [])
+
     def test_crossings_with_their_snapshots_and_the_own_cost(self):
         data = figures(EXTENSIONS_LOG)
         cases = [

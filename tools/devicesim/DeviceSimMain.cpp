@@ -7,6 +7,11 @@
 //   halvex-devicesim --live --config FILE ROOT
 //       makes ROOT a sysroot of this machine's /proc and /sys, with FILE as
 //       its configuration and a /proc/perfinfo that answers from smaps_rollup.
+//   --no-perfinfo
+//       either device without /proc/perfinfo, as a kernel other than the
+//       target devices' has none.
+// The tree is whole once ROOT/proc exists: a copy is made aside and renamed
+// into place, and /proc/perfinfo, when served, is made last.
 #include <signal.h>
 #include <time.h>
 
@@ -29,10 +34,10 @@ volatile sig_atomic_t stopRequested = 0;
 void requestStop(int) { stopRequested = 1; }
 
 int usage() {
-  std::fprintf(
-      stderr,
-      "usage: halvex-devicesim [--seed N] [--from TREE] [--config FILE] [--seconds N] ROOT\n"
-      "       halvex-devicesim --live --config FILE [--seconds N] ROOT\n");
+  std::fprintf(stderr,
+               "usage: halvex-devicesim [--seed N] [--from TREE] [--config FILE] [--seconds N]\n"
+               "                        [--no-perfinfo] ROOT\n"
+               "       halvex-devicesim --live --config FILE [--seconds N] [--no-perfinfo] ROOT\n");
   return 2;
 }
 
@@ -47,6 +52,23 @@ void sleepUntil(timespec& next, long stepNanos) {
   }
 }
 
+// Makes `config` the configuration of the tree at `root`.
+void installConfig(const std::string& config, const std::string& root) {
+  std::filesystem::copy_file(config, root + "/system/system_ext/etc/halvex_config.json",
+                             std::filesystem::copy_options::overwrite_existing);
+}
+
+// Copies `from` to `root` by way of a sibling folder renamed into place, with
+// `config` (when not empty) as its configuration.
+void copyTree(const std::string& from, const std::string& config, const std::string& root) {
+  namespace fs = std::filesystem;
+  const std::string aside = root + ".copying";
+  fs::remove_all(aside);
+  fs::copy(from, aside, fs::copy_options::recursive);
+  if (!config.empty()) installConfig(config, aside);
+  fs::rename(aside, root);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -54,6 +76,7 @@ int main(int argc, char** argv) {
   uint64_t seed = 1;
   long seconds = -1;
   bool live = false;
+  bool perfinfoServed = true;
   std::string from, config, root;
   for (int i = 1; i < argc; ++i) {
     const std::string arg = argv[i];
@@ -68,6 +91,8 @@ int main(int argc, char** argv) {
       config = argv[++i];
     } else if (arg == "--live") {
       live = true;
+    } else if (arg == "--no-perfinfo") {
+      perfinfoServed = false;
     } else if (root.empty() && !arg.empty() && arg[0] != '-') {
       root = arg;
     } else {
@@ -92,24 +117,20 @@ int main(int argc, char** argv) {
     std::unique_ptr<SampleDevice> device;
     std::unique_ptr<LiveMirror> mirror;
     std::unique_ptr<PerfinfoServer> perfinfo;
+    PerfinfoServer::Answer answer;
     if (live) {
       mirror = std::make_unique<LiveMirror>(root, config);
-      perfinfo = std::make_unique<PerfinfoServer>(
-          root, [&mirror](const std::string& written) { return mirror->perfinfoAnswer(written); },
-          false);
+      answer = [&mirror](const std::string& written) { return mirror->perfinfoAnswer(written); };
     } else {
       if (!std::filesystem::exists(root + "/proc")) {
-        std::filesystem::copy(from, root, std::filesystem::copy_options::recursive);
-      }
-      if (!config.empty()) {
-        std::filesystem::copy_file(config, root + "/system/system_ext/etc/halvex_config.json",
-                                   std::filesystem::copy_options::overwrite_existing);
+        copyTree(from, config, root);
+      } else if (!config.empty()) {
+        installConfig(config, root);
       }
       device = std::make_unique<SampleDevice>(root, seed);
-      perfinfo = std::make_unique<PerfinfoServer>(
-          root, [&device](const std::string& written) { return device->perfinfoAnswer(written); },
-          false);
+      answer = [&device](const std::string& written) { return device->perfinfoAnswer(written); };
     }
+    if (perfinfoServed) perfinfo = std::make_unique<PerfinfoServer>(root, answer, false);
     // /proc/perfinfo is the last file made: once it is there the tree is whole.
     timespec next{};
     clock_gettime(CLOCK_MONOTONIC, &next);

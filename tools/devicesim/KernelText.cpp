@@ -45,4 +45,25 @@ std::string KernelText::meminfo(const std::vector<std::pair<std::string, uint64_
   return text;
 }
 
+std::string KernelText::smapsRollup(uint64_t rssKb, uint64_t pssKb) {
+  char text[512];
+  std::snprintf(text, sizeof(text),
+                "12c00000-7fe4bb8000 ---p 00000000 00:00 0                          [rollup]\n"
+                "Rss:            %8llu kB\nPss:            %8llu kB\n"
+                "Shared_Clean:   %8llu kB\nPrivate_Dirty:  %8llu kB\nSwap:                  0 kB\n"
+                "SwapPss:               0 kB\nLocked:                0 kB\n",
+                static_cast<unsigned long long>(rssKb), static_cast<unsigned long long>(pssKb),
+                static_cast<unsigned long long>(rssKb - pssKb),
+                static_cast<unsigned long long>(pssKb));
+  return text;
+}
+
+std::string KernelText::pressureLine(const char* kind, const double (&averages)[3],
+                                     uint64_t totalUs) {
+  char text[128];
+  std::snprintf(text, sizeof(text), "%s avg10=%.2f avg60=%.2f avg300=%.2f total=%llu\n", kind,
+                averages[0], averages[1], averages[2], static_cast<unsigned long long>(totalUs));
+  return text;
+}
+
 }  // namespace halvexd::devicesim

@@ -1,6 +1,6 @@
 // The text of the kernel files a device tree holds, as the kernel formats
-// them: one /proc/<pid>/stat line, the "cpu" lines of /proc/stat, and
-// /proc/meminfo.
+// them: one /proc/<pid>/stat line, the "cpu" lines of /proc/stat,
+// /proc/meminfo, smaps_rollup and the /proc/pressure lines.
 #pragma once
 
 #include <cstdint>
@@ -28,6 +28,14 @@ class KernelText {
   // /proc/meminfo from (name, kB) pairs, in order; the HugePages_ counts are
   // written without a unit, as the kernel writes them.
   static std::string meminfo(const std::vector<std::pair<std::string, uint64_t>>& fields);
+
+  // /proc/<pid>/smaps_rollup of a process mapping `rssKb`, `pssKb` of it
+  // proportionally its own.
+  static std::string smapsRollup(uint64_t rssKb, uint64_t pssKb);
+
+  // One line of a /proc/pressure file: `kind` ("some" or "full"), the 10-,
+  // 60- and 300-second averages in percent, the stall total in microseconds.
+  static std::string pressureLine(const char* kind, const double (&averages)[3], uint64_t totalUs);
 };
 
 }  // namespace halvexd::devicesim

@@ -183,6 +183,7 @@ void SampleDevice::everySecond() {
   load = std::clamp(load, 5.0, 99.0);
   churnProcesses();
   advanceMemory();
+  advancePressure();
   advanceZramAndKsm();
   advanceKills();
   fillData();
@@ -244,6 +245,7 @@ void SampleDevice::advanceProcesses() {
     const double drifted = static_cast<double>(pssByPid[process.pid]) * (0.985 + 0.03 * unit());
     pssByPid[process.pid] = static_cast<uint64_t>(
         process.kernelThread ? 0 : std::clamp(drifted, base * 0.7, base * 1.3));
+    writeRollup(process, pssByPid[process.pid]);
   }
 }
 
@@ -300,6 +302,7 @@ void SampleDevice::startProcess() {
     std::lock_guard<std::mutex> hold(pssLock);
     pssByPid[pid] = static_cast<uint64_t>(process.basePssKb);
   }
+  writeRollup(process, static_cast<uint64_t>(process.basePssKb));
   processes.push_back(process);
 }
 
@@ -310,6 +313,45 @@ void SampleDevice::writeProcess(const Process& process) const {
   std::string line = std::to_string(process.pid) + " (" + process.comm + ")";
   for (const std::string& field : fields) line += " " + field;
   tree.write("proc/" + std::to_string(process.pid) + "/stat", line + "\n");
+}
+
+void SampleDevice::writeRollup(const Process& process, uint64_t pssKb) const {
+  // A kernel thread maps nothing: its smaps_rollup reads empty.
+  const uint64_t rssKb = std::strtoull(process.fields[21].c_str(), nullptr, 10) * 4;
+  tree.write("proc/" + std::to_string(process.pid) + "/smaps_rollup",
+             process.kernelThread ? std::string()
+                                  : KernelText::smapsRollup(std::max(rssKb, pssKb), pssKb));
+}
+
+void SampleDevice::Stall::add(double percent) {
+  // The kernel's running averages, moved once a second.
+  const double windows[3] = {10, 60, 300};
+  for (size_t i = 0; i < 3; ++i) {
+    const double keep = std::exp(-1 / windows[i]);
+    averages[i] = averages[i] * keep + percent * (1 - keep);
+  }
+  totalUs += static_cast<uint64_t>(percent * 10000);
+}
+
+void SampleDevice::advancePressure() {
+  const double cpu = std::clamp((load - 40) * 1.2, 0.0, 100.0);
+  const double memory = std::clamp((memoryUsedPercent - 84) * 4, 0.0, 100.0);
+  const double io = std::clamp(2 + load * 0.05 + memory * 0.3, 0.0, 100.0);
+  cpuSome.add(cpu);
+  memorySome.add(memory);
+  memoryFull.add(memory * 0.35);
+  ioSome.add(io);
+  ioFull.add(io * 0.4);
+  // The tablet's kernel predates the "full" line of cpu.
+  std::filesystem::create_directories(tree.path("proc/pressure"));
+  tree.write("proc/pressure/cpu",
+             KernelText::pressureLine("some", cpuSome.averages, cpuSome.totalUs));
+  tree.write("proc/pressure/memory",
+             KernelText::pressureLine("some", memorySome.averages, memorySome.totalUs) +
+                 KernelText::pressureLine("full", memoryFull.averages, memoryFull.totalUs));
+  tree.write("proc/pressure/io",
+             KernelText::pressureLine("some", ioSome.averages, ioSome.totalUs) +
+                 KernelText::pressureLine("full", ioFull.averages, ioFull.totalUs));
 }
 
 void SampleDevice::writeCpu() const {
@@ -356,6 +398,7 @@ void SampleDevice::advanceMemory() {
     }
   }
   used = std::clamp(used, 30.0, 99.0);
+  memoryUsedPercent = used;
   *available = static_cast<uint64_t>(static_cast<double>(*total) * (100 - used) / 100);
   if (uint64_t* free = field("MemFree")) *free = *available / 12;
   if (uint64_t* cached = field("Cached")) *cached = *available * 8 / 10;
@@ -485,6 +528,7 @@ void SampleDevice::growWorkingSet(uint64_t extraKb) {
     pssByPid[culprit->pid] = static_cast<uint64_t>(culprit->basePssKb) + extraKb;
   }
   writeProcess(*culprit);
+  writeRollup(*culprit, static_cast<uint64_t>(culprit->basePssKb) + extraKb);
 }
 
 std::vector<SampleDevice::Spell> SampleDevice::spells() const {

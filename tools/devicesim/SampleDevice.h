@@ -10,10 +10,16 @@
 //    used every 25 to 50 seconds; zram and KSM counters; low-memory kills in bursts; a file under
 //    /data growing.
 // It also holds a PSS figure for every process, for the /proc/perfinfo
-// stand-in to answer with. Each CPU burst and memory spell is one
-// application's doing: in a burst it keeps two CPUs busy, in a spell its
-// resident memory grows by what the spell adds; spells() names them. The
-// tree's /proc/self is the reader's own entry, as on a device.
+// stand-in to answer with and written each second into the process's
+// smaps_rollup. Each CPU burst and memory spell is one application's doing:
+// in a burst it keeps two CPUs busy, in a spell its resident memory grows by
+// what the spell adds; spells() names them. The tree's /proc/self is the
+// reader's own entry, as on a device. It writes /proc/pressure/memory, cpu
+// and io each second: CPU stalls grow with the load above 40 %, memory stalls
+// with memory use above 84 % (so the spells above 95 % show as memory
+// pressure), I/O with both. These follow the other figures without drawing
+// on the random sequence, so the rest of the tree moves as it did before they
+// were written.
 //
 // Every change comes from one pseudo-random sequence seeded at construction,
 // so two devices with the same seed over the same tree write the same files
@@ -85,6 +91,8 @@ class SampleDevice {
   void advanceMemory();
   void advanceZramAndKsm();
   void advanceKills();
+  void advancePressure();
+  void writeRollup(const Process& process, uint64_t pssKb) const;
   void fillData();
   void writeProcess(const Process& process) const;
   void writeCpu() const;
@@ -123,6 +131,16 @@ class SampleDevice {
   std::vector<std::pair<std::string, uint64_t>> kills;
   int killBurstLeft = 0;
   uint64_t dataFillBytes = 0;
+
+  // The stall share of one second fed into the kernel's three running
+  // averages, and the stall total.
+  struct Stall {
+    double averages[3] = {0, 0, 0};
+    uint64_t totalUs = 0;
+    void add(double percent);
+  };
+  double memoryUsedPercent = 0;
+  Stall cpuSome, memorySome, memoryFull, ioSome, ioFull;
 
   // The application of the running CPU burst and memory spell (0: none), and
   // what the spell has added to its resident pages.
