@@ -1,6 +1,7 @@
 #include "daemon/MonitorFactory.h"
 
 #include <iterator>
+#include <memory>
 #include <new>
 
 #include "config/HalvexConfig.h"
@@ -90,7 +91,7 @@ void logMonitorConfig(const monitor_config& config) {
 // With the extension on, one snapshot writer serves both usage monitors:
 // built with the CPU usage monitor (its counters go with that monitor's
 // first sample), handed to the memory usage monitor after it in the table,
-// and kept as long as the monitors are. Rows are told apart by their names,
+// and owned by the CPU usage monitor. Rows are told apart by their names,
 // as the device build has no run-time type information.
 void attachCrossingSnapshot(const MonitorRow& row, MonitorInterface* monitor,
                             crossingsnapshot::CrossingSnapshot*& snapshot) {
@@ -98,8 +99,9 @@ void attachCrossingSnapshot(const MonitorRow& row, MonitorInterface* monitor,
       HalvexConfig::instance().extensions.crossingSnapshot;
   if (!settings.active) return;
   if (row.publishes == &publishnames::kCpuUsageMonitor) {
-    snapshot = new crossingsnapshot::CrossingSnapshot(settings);
-    static_cast<cpuusagemonitor::CpuUsageMonitor*>(monitor)->setCrossingSnapshot(snapshot);
+    auto owned = std::make_unique<crossingsnapshot::CrossingSnapshot>(settings);
+    snapshot = owned.get();
+    static_cast<cpuusagemonitor::CpuUsageMonitor*>(monitor)->setCrossingSnapshot(std::move(owned));
   } else if (row.publishes == &publishnames::kMemoryUsageMonitor) {
     static_cast<memoryusagemonitor::MemoryUsageMonitor*>(monitor)->setCrossingSnapshot(snapshot);
   }

@@ -2,6 +2,7 @@
 // the aggregate line of /proc/stat.
 #pragma once
 
+#include <memory>
 #include <vector>
 
 #include "daemon/MonitorInterface.h"
@@ -31,13 +32,14 @@ class CpuUsageMonitor : public MonitorInterface {
   bool getFastUtilizationSnapshot(unsigned long tick);
 
   // Writes the processes behind each crossing; null (the default) writes none.
-  void setCrossingSnapshot(crossingsnapshot::CrossingSnapshot* snapshot) {
-    crossingSnapshot = snapshot;
+  // The monitor owns it; the memory usage monitor borrows it.
+  void setCrossingSnapshot(std::unique_ptr<crossingsnapshot::CrossingSnapshot> snapshot) {
+    crossingSnapshot = std::move(snapshot);
   }
 
  private:
   TotalUsageOverThrStats usageOverThreshold;
-  crossingsnapshot::CrossingSnapshot* crossingSnapshot = nullptr;
+  std::unique_ptr<crossingsnapshot::CrossingSnapshot> crossingSnapshot;
 };
 
 }  // namespace halvexd::cpuusagemonitor

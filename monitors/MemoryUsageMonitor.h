@@ -23,6 +23,7 @@ class MemoryUsageMonitor : public MonitorInterface {
   bool getFastUtilizationSnapshot(unsigned long tick);
 
   // Writes the processes behind each crossing; null (the default) writes none.
+  // Not owned: the CPU usage monitor owns the one writer both share.
   void setCrossingSnapshot(crossingsnapshot::CrossingSnapshot* snapshot) {
     crossingSnapshot = snapshot;
   }
